@@ -1,0 +1,29 @@
+#include <array>
+#include <ostream>
+
+#include "cli/commands.h"
+#include "cli/options.h"
+
+namespace veltrane {
+namespace {
+
+constexpr std::array<option_def, 4> trim_option_defs{{
+    {"--input", true},
+    {"--out", true},
+    {"--report", true},
+    {"--defaults-cfg", true},
+}};
+
+constexpr std::string_view trim_requires = "error: trim requires --input and --out\n\n";
+
+}  // namespace
+
+int cmd_trim(int argc, char** argv, std::ostream& out, std::ostream& err) {
+    scanned_options scanned;
+    if (auto status = scan_subcommand(argc, argv, trim_option_defs, trim_requires, scanned, out, err)) return *status;
+    if (!scanned.has("--input") || !scanned.has("--out")) return report_missing_required(trim_requires, err);
+    err << "error: trim is not built yet in this version\n";
+    return 1;
+}
+
+}  // namespace veltrane
