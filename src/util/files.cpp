@@ -34,6 +34,7 @@ bool read_text_file(const std::string& path, std::string& text, std::size_t buff
     std::string data(buffer_size - 1, '\0');
     std::size_t got = data.empty() ? 0 : std::fread(data.data(), 1, data.size(), f.get());
     if (std::fgetc(f.get()) != EOF) return false;  // more bytes than the buffer holds
+    if (std::ferror(f.get())) return false;        // e.g. a directory: opens, but cannot be read
     data.resize(got);
     text = std::move(data);
     return true;
