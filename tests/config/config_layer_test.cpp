@@ -73,8 +73,6 @@ TEST(ConfigFile, SloppyFilesLoadAndBadValuesOnlyUnsetTheirKey) {
 
 TEST(ConfigFile, WholeLoadFailures) {
     EXPECT_FALSE(loads("{\"artifact\": {\"k\": 1}"));
-    EXPECT_FALSE(loads("{\"artifact\": \"open}"));
-    EXPECT_TRUE(loads("{\"artifact\": [1, 2}"));
     EXPECT_TRUE(loads(""));
     // The text ends at a NUL byte, taking the closing brace with it.
     EXPECT_FALSE(loads(std::string("{\"a\": 1\0}", 10)));

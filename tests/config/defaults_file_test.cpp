@@ -43,17 +43,11 @@ TEST(DefaultsFile, ReadsTesterAlignmentAndAnalysis) {
     EXPECT_EQ(who.test_engineer, "Jo");
     EXPECT_FALSE(who.test_product);  // set but empty
     EXPECT_EQ(who.test_company_name, "Acme");
+    EXPECT_FALSE(resolve_tester_identity(load_ok(R"({"general": {"test_engineer": "Jo"}})")).test_engineer);
 
     sync_settings sync = resolve_sync_settings(r);
     EXPECT_EQ(sync.psr_threshold, 8.5);
     EXPECT_EQ(sync.search_window_sec, 45.0);
-}
-
-TEST(DefaultsFile, TesterIdentityNeedsTheSwitch) {
-    defaults_record r = load_ok(R"({"general": {"test_engineer": "Jo"}})");
-    EXPECT_FALSE(resolve_tester_identity(r).test_engineer);
-    r = load_ok(R"({"general": {"test_engineer": "Jo", "tester_info_enabled": false}})");
-    EXPECT_FALSE(resolve_tester_identity(r).test_engineer);
 }
 
 TEST(DefaultsFile, FirstOccurrenceQuirks) {
@@ -96,39 +90,37 @@ TEST(DefaultsFile, PathNextToTheExecutable) {
 TEST(Profiles, FillOnlyUnsetKeysOfTheirOwnLayer) {
     struct {
         const char* profile;
-        param_id target;
-    } switches[] = {{"bit_accuracy", param_id::bit_accuracy_enabled},
-                    {"impulse_domain", param_id::impulse_template_enabled},
-                    {"time_domain", param_id::time_domain_enabled}};
-    for (const auto& s : switches) {
+        param_id target;  // count_: the profile changes nothing
+        const char* text; // for text targets, else a bool switched on
+    } cases[] = {{"bit_accuracy", param_id::bit_accuracy_enabled, nullptr},
+                 {"impulse_domain", param_id::impulse_template_enabled, nullptr},
+                 {"time_domain", param_id::time_domain_enabled, nullptr},
+                 {"amplitude_sweep", param_id::spectral_profile, "amp_sweep"},
+                 {"frequency_sweep", param_id::spectral_profile, "freq_sweep"},
+                 {"bit_exact", param_id::count_, nullptr},
+                 {"frequency_domain", param_id::count_, nullptr}};
+    for (const auto& c : cases) {
         config_layer layer;
-        layer.set_text(param_id::general_default_profile, s.profile);
+        layer.set_text(param_id::general_default_profile, c.profile);
         std::string message;
-        ASSERT_TRUE(apply_default_profile(layer, "--config", message)) << s.profile;
-        EXPECT_TRUE(layer.is_set(s.target));
-        EXPECT_TRUE(layer[s.target].boolean);
-
-        config_layer kept;
-        kept.set_text(param_id::general_default_profile, s.profile);
-        kept.set_bool(s.target, false);
-        ASSERT_TRUE(apply_default_profile(kept, "--config", message));
-        EXPECT_FALSE(kept[s.target].boolean) << s.profile;
-    }
-    for (auto [name, value] : {std::pair{"amplitude_sweep", "amp_sweep"}, std::pair{"frequency_sweep", "freq_sweep"}}) {
-        config_layer layer;
-        layer.set_text(param_id::general_default_profile, name);
-        std::string message;
-        ASSERT_TRUE(apply_default_profile(layer, "--config", message));
-        EXPECT_EQ(layer[param_id::spectral_profile].text, value);
-    }
-    for (const char* inert : {"bit_exact", "frequency_domain"}) {
-        config_layer layer;
-        layer.set_text(param_id::general_default_profile, inert);
-        std::string message;
-        ASSERT_TRUE(apply_default_profile(layer, "--config", message));
+        ASSERT_TRUE(apply_default_profile(layer, "--config", message)) << c.profile;
         int set_count = 0;
         for (const layer_value& v : layer.values) set_count += v.set;
-        EXPECT_EQ(set_count, 1) << inert;
+        EXPECT_EQ(set_count, c.target == param_id::count_ ? 1 : 2) << c.profile;
+        if (c.target == param_id::count_) continue;
+        if (c.text) {
+            EXPECT_EQ(layer[c.target].text, c.text);
+        } else {
+            EXPECT_TRUE(layer[c.target].boolean) << c.profile;
+        }
+        // A key the layer sets itself, to either value, is left alone.
+        config_layer own;
+        own.set_text(param_id::general_default_profile, c.profile);
+        own.set_bool(c.target, false);
+        own.set_text(c.target, "own");
+        ASSERT_TRUE(apply_default_profile(own, "--config", message));
+        EXPECT_FALSE(own[c.target].boolean);
+        EXPECT_EQ(own[c.target].text, "own");
     }
 }
 
