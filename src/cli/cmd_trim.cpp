@@ -1,8 +1,11 @@
 #include <array>
+#include <optional>
 #include <ostream>
+#include <string>
 
 #include "cli/commands.h"
 #include "cli/options.h"
+#include "cli/settings_files.h"
 
 namespace veltrane {
 namespace {
@@ -22,6 +25,10 @@ int cmd_trim(int argc, char** argv, std::ostream& out, std::ostream& err) {
     scanned_options scanned;
     if (auto status = scan_subcommand(argc, argv, trim_option_defs, trim_requires, scanned, out, err)) return *status;
     if (!scanned.has("--input") || !scanned.has("--out")) return report_missing_required(trim_requires, err);
+    std::optional<std::string> defaults_cfg;
+    if (const std::string* v = scanned.value("--defaults-cfg")) defaults_cfg = *v;
+    defaults_record defaults;
+    if (!load_command_defaults(defaults_cfg, defaults, err)) return 1;
     err << "error: trim is not built yet in this version\n";
     return 1;
 }

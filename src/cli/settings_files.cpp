@@ -1,0 +1,52 @@
+#include "cli/settings_files.h"
+
+#include <ostream>
+
+namespace veltrane {
+
+bool load_command_defaults(const std::optional<std::string>& defaults_cfg_path, defaults_record& defaults,
+                           std::ostream& err) {
+    if (load_defaults_file(defaults_cfg_path, defaults)) return true;
+    if (defaults_cfg_path) {
+        err << "error: --defaults-cfg '" << *defaults_cfg_path << "' does not exist or could not be parsed\n";
+    } else {
+        err << "error: failed to read or parse " << defaults_file_name << "\n";
+    }
+    return false;
+}
+
+bool load_analyze_settings_files(const analyze_options& opts, analyze_settings_files& files, std::ostream& err) {
+    files = analyze_settings_files{};
+    if (opts.config_path && !load_config_file(*opts.config_path, files.config_file)) {
+        err << "error: failed to read or parse --config '" << *opts.config_path << "'\n";
+        return false;
+    }
+    if (!load_command_defaults(opts.defaults_cfg_path, files.defaults, err)) return false;
+    std::string message;
+    if (!apply_default_profile(files.config_file, "--config", message) ||
+        !apply_default_profile(files.defaults.analysis, defaults_file_name, message)) {
+        err << message;
+        return false;
+    }
+    return true;
+}
+
+command_line_overrides command_line_overrides_from(const analyze_options& opts) {
+    command_line_overrides o;
+    o.snapshots = opts.snapshots;
+    o.ampsweep = opts.ampsweep;
+    o.freqsweep = opts.freqsweep;
+    o.deepscan = opts.deepscan;
+    o.impulse = opts.impulse;
+    o.bitaccuracy = opts.bitaccuracy;
+    o.bitexact = opts.bitexact;
+    o.no_bitexact = opts.no_bitexact;
+    o.no_distortion = opts.no_distortion;
+    o.levelfidelity_ref_only = opts.levelfidelity_ref_only;
+    o.no_loudness = opts.no_loudness;
+    o.loudness = opts.loudness;
+    o.artifact_ref_only = opts.artifact_ref_only;
+    return o;
+}
+
+}  // namespace veltrane
