@@ -56,6 +56,8 @@ CASES = [
     ('bad_rifx', b'RIFX' + riff(chunk(b'fmt ', fmt()), chunk(b'data', DATA))[4:], 'bad_riff_header'),
     ('bad_fmt_15_bytes', riff(chunk(b'fmt ', fmt()[:15]), chunk(b'data', DATA)), 'fmt_too_short'),
     ('bad_fmt_cut_by_eof', riff(chunk(b'data', DATA), chunk(b'fmt ', fmt()[:10], size=16)), 'fmt_too_short'),
+    # Sizes of 16 to 40 bytes are read whole: a 40-byte claim needs 40 bytes.
+    ('bad_fmt_claims_40_bytes', riff(chunk(b'data', DATA), chunk(b'fmt ', fmt(), size=40)), 'fmt_too_short'),
     ('bad_extensible_24_bytes', riff(chunk(b'fmt ', fmt_ext(length=24)), chunk(b'data', b'\0' * 6)), 'unsupported_format'),
     ('bad_extensible_subformat_2', riff(chunk(b'fmt ', fmt_ext(sub=2)), chunk(b'data', b'\0' * 6)), 'unsupported_format'),
     ('bad_tag_adpcm', riff(chunk(b'fmt ', fmt(tag=2)), chunk(b'data', DATA)), 'unsupported_format'),
@@ -66,6 +68,8 @@ CASES = [
     ('bad_data_hides_fmt', riff(chunk(b'data', DATA, size=100), chunk(b'fmt ', fmt())), 'missing_chunk'),
     ('bad_8_bit', riff(chunk(b'fmt ', fmt(bits=8)), chunk(b'data', b'\x80\x80')), 'unsupported_bits'),
     ('bad_20_bit', riff(chunk(b'fmt ', fmt(bits=20)), chunk(b'data', DATA)), 'unsupported_bits'),
+    ('bad_int_64', riff(chunk(b'fmt ', fmt(bits=64)), chunk(b'data', DATA)), 'unsupported_bits'),
+    ('bad_float_24', riff(chunk(b'fmt ', fmt(3, 1, 8000, 24)), chunk(b'data', DATA[:6])), 'unsupported_bits'),
     ('bad_float_16', riff(chunk(b'fmt ', fmt(3, 1, 8000, 16)), chunk(b'data', DATA)), 'unsupported_bits'),
     ('bad_zero_channels', riff(chunk(b'fmt ', fmt(channels=0)), chunk(b'data', DATA)), 'zero_channels_or_rate'),
     ('bad_zero_rate', riff(chunk(b'fmt ', fmt(rate=0)), chunk(b'data', DATA)), 'zero_channels_or_rate'),
