@@ -72,8 +72,9 @@ wav_decode_result wav_decode(std::span<const std::uint8_t> bytes, wav_audio& out
 
 // Reads and decodes the file at `path`: the whole file is read into memory with one read
 // and handed to wav_decode, so peak memory is about the file size plus 8 bytes per
-// sample. On failure returns false, leaves `out` empty and records the reason for
-// wav_error_text() and wav_last_failure().
+// sample. Only regular files are read (a pipe or a directory fails). On failure returns
+// false, leaves `out` empty and records the reason for wav_error_text() and
+// wav_last_failure().
 bool wav_read(const std::string& path, wav_audio& out);
 
 // The reason of the last wav_read (wav_failure::none after a successful one).
@@ -93,8 +94,9 @@ std::string describe_wav_read_failure(const std::string& path);
 // Writes a canonical WAV file (44-byte header for integer PCM, 58-byte header with a
 // "fact" chunk for float). Integer samples are clamped to [-1, 1], scaled and rounded half
 // away from zero; float samples are written unclamped. False when the path is empty, the
-// rate or channel count is 0, the format code is not one of the five, the file cannot be
-// created or a write is short.
+// rate or channel count is 0, the format code is not one of the five, `samples` holds
+// fewer than frames * channels values (all checked before the file is created), the file
+// cannot be created or a write is short. Header sizes are 32-bit and wrap like the format's.
 bool wav_write(const std::string& path, std::uint32_t sample_rate, std::uint32_t channels,
                std::uint32_t format_code, std::span<const double> samples, std::uint64_t frames);
 
