@@ -35,7 +35,8 @@ inline bool wav_is_float(const wav_audio& a) { return (a.format_code & wav_float
 // other reason is shown as the generic format text.
 enum class wav_failure {
     none,
-    open_failed,
+    open_failed,         // the file could not be opened
+    read_failed,         // not a regular file, or reading it failed
     bad_riff_header,     // fewer than 12 bytes, or not "RIFF"...."WAVE"
     fmt_too_short,       // "fmt " chunk below 16 bytes, or its body cut short
     unsupported_format,  // format tag / extensible subformat not integer PCM or IEEE float
@@ -49,18 +50,35 @@ enum class wav_failure {
     non_finite_sample,   // a float sample is NaN or infinite
 };
 
+// Stable lower-case name of a failure reason ("none", "bad_riff_header", ...), used by
+// test manifests and diagnostics.
+const char* wav_failure_name(wav_failure failure);
+
+// The module's error text lives in a buffer of this many bytes, so it holds at most 159
+// characters; longer texts are cut.
+inline constexpr std::size_t wav_error_text_buffer_size = 160;
+
 struct wav_decode_result {
     wav_failure failure = wav_failure::none;
     std::string error_text;  // set only for non_finite_sample
     bool ok() const { return failure == wav_failure::none; }
 };
 
-// Decodes a whole WAV file held in memory. On failure `out` is left empty.
+// Decodes a whole WAV file held in memory. The chunk walk runs to the end of `bytes`
+// (the RIFF size field is ignored); sizes stored in the file are checked against the
+// bytes actually present before anything is allocated for them. On failure `out` is left
+// empty. Touches no module state, so it is safe to drive from a fuzzer.
 wav_decode_result wav_decode(std::span<const std::uint8_t> bytes, wav_audio& out);
 
-// Reads and decodes the file at `path`. On failure returns false, leaves `out` empty and
-// records the reason for wav_error_text().
+// Reads and decodes the file at `path`: the whole file is read into memory with one read
+// and handed to wav_decode, so peak memory is about the file size plus 8 bytes per
+// sample. Only regular files are read (a pipe or a directory fails). On failure returns
+// false, leaves `out` empty and records the reason for wav_error_text() and
+// wav_last_failure().
 bool wav_read(const std::string& path, wav_audio& out);
+
+// The reason of the last wav_read (wav_failure::none after a successful one).
+wav_failure wav_last_failure();
 
 // The reason for the last failed wav_read: the module's error text if one was set (the
 // NaN/infinity text), else "not a supported 16/24/32-bit integer or 32/64-bit float PCM WAV file".
@@ -76,16 +94,20 @@ std::string describe_wav_read_failure(const std::string& path);
 // Writes a canonical WAV file (44-byte header for integer PCM, 58-byte header with a
 // "fact" chunk for float). Integer samples are clamped to [-1, 1], scaled and rounded half
 // away from zero; float samples are written unclamped. False when the path is empty, the
-// rate or channel count is 0, the format code is not one of the five, the file cannot be
-// created or a write is short.
+// rate or channel count is 0, the format code is not one of the five, `samples` holds
+// fewer than frames * channels values (all checked before the file is created), the file
+// cannot be created or a write is short. Header sizes are 32-bit and wrap like the format's.
 bool wav_write(const std::string& path, std::uint32_t sample_rate, std::uint32_t channels,
                std::uint32_t format_code, std::span<const double> samples, std::uint64_t frames);
 
-// Appends `samples` as little-endian integer codes of `bits` (16, 24 or 32) bits to `out`.
+// Appends `samples` as little-endian integer codes of `bits` (16, 24 or 32) bits to `out`:
+// each value is clamped to [-1, 1], scaled by 2^(bits-1) - 1, rounded half away from zero
+// and stored in bits/8 bytes. A NaN is stored as 0. Any other `bits` appends nothing.
 void encode_pcm_samples(std::uint32_t bits, std::span<const double> samples, std::vector<std::uint8_t>& out);
 
-// Writes `samples` to an open file as integer codes of `bits` bits; true when every byte
-// was written (a count of 0 writes nothing and succeeds).
+// Writes `samples` to an open file as integer codes of `bits` bits, encoded in blocks and
+// written with one fwrite per block; true when every byte was written (a count of 0
+// writes nothing and succeeds). False for `bits` other than 16, 24 or 32.
 bool write_pcm_samples(std::FILE* file, std::uint32_t bits, std::span<const double> samples);
 
 }  // namespace veltrane
