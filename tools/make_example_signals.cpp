@@ -4,6 +4,7 @@
 //   <dir>/capture.wav    the same programme as a device would return it: 120 samples
 //                        late, 0.2 dB quieter, with a faint noise floor and one click.
 // Usage: make_example_signals <output-directory>
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
