@@ -1,0 +1,58 @@
+#include "report/page_blocks.h"
+
+#include "report/resources.h"
+
+namespace veltrane {
+namespace {
+
+// The brand glyph: a magnifier whose lens holds a signal trace, drawn white on the
+// glyph's accent tile (24 x 24 user units).
+constexpr std::string_view brand_glyph_svg =
+    "<svg viewBox=\"0 0 24 24\" width=\"24\" height=\"24\" fill=\"none\" aria-hidden=\"true\">"
+    "<circle cx=\"10\" cy=\"10\" r=\"6.3\" stroke=\"#fff\" stroke-width=\"1.7\"/>"
+    "<polyline points=\"4.6,10 6.4,10 7.8,6.5 9.6,13.5 11.2,7 12.6,12 14.4,12\" stroke=\"#fff\" "
+    "stroke-width=\"1.8\" stroke-linecap=\"round\" stroke-linejoin=\"round\"/>"
+    "<line x1=\"14.46\" y1=\"14.46\" x2=\"19.6\" y2=\"19.6\" stroke=\"#fff\" stroke-width=\"2.2\" "
+    "stroke-linecap=\"round\"/>"
+    "</svg>";
+
+// Sun (shown while the page is dark: "switch to light") and crescent moon (shown while it
+// is light), 24 x 24 stroke icons in the button's text colour.
+constexpr std::string_view theme_toggle_html =
+    "<button type=\"button\" class=\"theme-toggle\" id=\"themeToggle\" aria-label=\"Switch to dark theme\">"
+    "<svg class=\"ti-sun\" viewBox=\"0 0 24 24\" width=\"18\" height=\"18\" fill=\"none\" stroke=\"currentColor\" "
+    "stroke-width=\"2\" stroke-linecap=\"round\" aria-hidden=\"true\">"
+    "<circle cx=\"12\" cy=\"12\" r=\"4\"/>"
+    "<path d=\"M12 2v2M12 20v2M4.93 4.93l1.41 1.41M17.66 17.66l1.41 1.41M2 12h2M20 12h2"
+    "M4.93 19.07l1.41-1.41M17.66 6.34l1.41-1.41\"/>"
+    "</svg>"
+    "<svg class=\"ti-moon\" viewBox=\"0 0 24 24\" width=\"18\" height=\"18\" fill=\"none\" stroke=\"currentColor\" "
+    "stroke-width=\"2\" stroke-linecap=\"round\" stroke-linejoin=\"round\" aria-hidden=\"true\">"
+    "<path d=\"M21 12.79A9 9 0 1 1 11.21 3 7 7 0 0 0 21 12.79z\"/>"
+    "</svg>"
+    "</button>\n";
+
+}  // namespace
+
+bool append_style_block(text_buf& buf) {
+    return text_buf_append(buf, "<style>\n") && text_buf_append(buf, report_resource("report.css")) &&
+           text_buf_append(buf, "</style>\n");
+}
+
+bool append_theme_toggle(text_buf& buf) {
+    return text_buf_append(buf, theme_toggle_html);
+}
+
+bool append_theme_script(text_buf& buf) {
+    return text_buf_append(buf, "<script>\n") && text_buf_append(buf, report_resource("theme.js")) &&
+           text_buf_append(buf, "</script>\n");
+}
+
+bool append_top_bar_open(text_buf& buf, std::string_view product_name) {
+    return text_buf_append(buf, "<div class=\"topbar\">\n<div class=\"brand\">\n<span class=\"glyph\">") &&
+           text_buf_append(buf, brand_glyph_svg) && text_buf_append(buf, "</span>\n<span class=\"name\">") &&
+           text_buf_append(buf, product_name) &&
+           text_buf_append(buf, "</span>\n</div>\n<div class=\"right\">\n<div class=\"meta\">");
+}
+
+}  // namespace veltrane

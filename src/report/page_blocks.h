@@ -1,0 +1,30 @@
+#pragma once
+// Static blocks shared by every page the program writes (report, error report, plot
+// page): the style sheet, the theme toggle button, the theme script and the opening of
+// the top bar. Each appends to the page's text_buf and returns false when an append
+// fails (the buffer then holds what was appended before).
+#include <string_view>
+
+#include "report/text_buf.h"
+
+namespace veltrane {
+
+// "<style>\n", the report style sheet (resources/report.css), "</style>\n".
+bool append_style_block(text_buf& buf);
+
+// The light/dark switch of the top bar: a button of class theme-toggle, id themeToggle,
+// aria-label "Switch to dark theme", holding a sun (ti-sun) and a moon (ti-moon) icon.
+// The theme script keeps its label and icon in step with the theme.
+bool append_theme_toggle(text_buf& buf);
+
+// "<script>\n", the theme script (resources/theme.js), "</script>\n". The script stores the
+// choice in local storage under "veltrane-report-theme".
+bool append_theme_script(text_buf& buf);
+
+// Opens the top bar, byte for byte the same on every page: the brand block with its
+// glyph and `product_name` ("Veltrane Report", "Veltrane Plot"; a program text, written
+// unescaped), ending in "<div class=\"right\">\n<div class=\"meta\">". The caller continues
+// with the version, the theme toggle and "</div>\n</div>\n".
+bool append_top_bar_open(text_buf& buf, std::string_view product_name);
+
+}  // namespace veltrane
