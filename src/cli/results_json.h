@@ -1,0 +1,19 @@
+#pragma once
+// The results document of an analyze run: one flat JSON object, one key per reported
+// figure, built in a fixed 65536-byte buffer (so at most 65535 bytes with its final
+// newline). Embedded in the report page and, with --json, written to its own file.
+#include <cstddef>
+#include <string>
+
+#include "checks/gating.h"
+#include "report/report_inputs.h"
+
+namespace veltrane {
+
+inline constexpr std::size_t results_json_buffer_size = 65536;
+
+// Builds the document: header, alignment, length mismatch, then one block per check that
+// ran, in run order. False when it does not fit the buffer (nothing usable is produced).
+bool build_results_json(const report_inputs& in, const gating_summary& verdict, std::string& document);
+
+}  // namespace veltrane
