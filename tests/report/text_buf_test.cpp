@@ -15,6 +15,12 @@ std::string escaped(bool (*escape)(text_buf&, const char*), const char* text) {
     return std::string(text_buf_view(b));
 }
 
+// Sets the test allocation limit and lifts it again however the test ends.
+struct allocation_limit {
+    explicit allocation_limit(std::uint64_t bytes) { text_buf_set_allocation_limit(bytes); }
+    ~allocation_limit() { text_buf_set_allocation_limit(0); }
+};
+
 TEST(TextBuf, CapacityIsSmallestPowerOfTwoFromTwoHundredFiftySix) {
     for (auto [first, cap] : {std::pair<std::size_t, std::uint64_t>{1, 256}, {255, 256}, {256, 512}, {511, 512},
                               {512, 1024}, {1000, 1024}}) {
@@ -64,7 +70,7 @@ TEST(TextBuf, HtmlAndPathEscaping) {
 }
 
 TEST(TextBuf, AllocationFailureKeepsEarlierContents) {
-    text_buf_set_allocation_limit(512);
+    allocation_limit limit(512);
     text_buf b;
     ASSERT_TRUE(text_buf_append(b, std::string(300, 'a')));
     const char* before = b.data.get();
@@ -84,7 +90,6 @@ TEST(TextBuf, AllocationFailureKeepsEarlierContents) {
     text_buf fresh;
     EXPECT_FALSE(text_buf_append_char(fresh, 'x'));
     EXPECT_TRUE(fresh.data == nullptr && fresh.cap == 0);
-    text_buf_set_allocation_limit(0);
 }
 
 }  // namespace
