@@ -1,0 +1,35 @@
+#include "dsp/spectrum.h"
+
+#include <cmath>
+#include <vector>
+
+#include "dsp/fft.h"
+
+namespace veltrane {
+
+namespace {
+constexpr double two_pi = 6.283185307179586476925286766559;
+}
+
+double shifted_hann(std::uint64_t i, std::uint64_t n) {
+    return 0.5 * (1.0 - std::cos(two_pi * static_cast<double>(i + 1) / static_cast<double>(n - 1)));
+}
+
+void amplitude_spectrum(const wav_audio& audio, std::uint32_t channel, std::uint64_t start_frame, std::uint64_t n,
+                        std::span<double> out, spectrum_form form) {
+    if (n < 2) return;
+    std::vector<complex_value> frame(n);
+    for (std::uint64_t i = 0; i < n; ++i)
+        frame[i].re = audio.samples[(start_frame + i) * audio.channels + channel] * shifted_hann(i, n);
+    fft_inplace(frame, false);
+    const double floor_db = form == spectrum_form::db_chart ? spectrum_chart_floor_db : spectrum_check_floor_db;
+    for (std::uint64_t k = 0; k < n / 2; ++k) {
+        double a = std::hypot(frame[k].re, frame[k].im) * 4.0 / static_cast<double>(n);
+        if (form == spectrum_form::linear)
+            out[k] = a;
+        else
+            out[k] = a > 0.0 ? 20.0 * std::log10(a) : floor_db;
+    }
+}
+
+}  // namespace veltrane

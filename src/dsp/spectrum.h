@@ -1,0 +1,32 @@
+#pragma once
+// Hann-windowed single-sided amplitude spectrum of one channel, scaled so that a sine of
+// peak amplitude A centred on a bin reads about A (linear) or 20 log10 A dBFS.
+#include <cstdint>
+#include <span>
+
+#include "audio/wav.h"
+
+namespace veltrane {
+
+enum class spectrum_form {
+    linear,      // amplitude, full scale 1.0
+    db_check,    // dBFS, -200.0 where the amplitude is 0 (the spectral check)
+    db_chart,    // dBFS, -140.0 where the amplitude is 0 (charts)
+};
+
+// Floors of the two dB forms, standing for "no level at all".
+inline constexpr double spectrum_check_floor_db = -200.0;
+inline constexpr double spectrum_chart_floor_db = -140.0;
+
+// The window value for sample i of an n-point frame: the symmetric Hann window of length
+// n shifted one sample left, 0.5 (1 - cos(2 pi (i + 1) / (n - 1))).
+double shifted_hann(std::uint64_t i, std::uint64_t n);
+
+// Writes n / 2 bins (bin k at k * rate / n Hz) of frames [start_frame, start_frame + n)
+// of `channel` to `out`. The caller guarantees the frames exist and n is a power of two;
+// out must hold n / 2 values. Each bin is |X[k]| * 4 / n: 2 for the single side, 2 for the
+// Hann window's coherent gain of 0.5.
+void amplitude_spectrum(const wav_audio& audio, std::uint32_t channel, std::uint64_t start_frame, std::uint64_t n,
+                        std::span<double> out, spectrum_form form);
+
+}  // namespace veltrane
