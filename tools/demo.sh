@@ -3,7 +3,7 @@
 # and runs `veltrane analyze` on them. The report lands in example/report.html.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-build_dir=${BUILD_DIR:-build}
+build_dir=${BUILD_DIR:-build-demo}
 cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE=Release -DVELTRANE_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build_dir" -j "$(nproc 2>/dev/null || echo 2)" --target veltrane make_example_signals >/dev/null
 mkdir -p example
