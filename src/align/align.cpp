@@ -5,6 +5,7 @@
 #include <new>
 
 #include "dsp/fft.h"
+#include "util/memory.h"
 
 namespace veltrane {
 namespace {
@@ -28,8 +29,13 @@ correlation_peak correlate_or_throw(std::span<const double> a, std::span<const d
     const std::int64_t la = static_cast<std::int64_t>(a.size());
     const std::int64_t lb = static_cast<std::int64_t>(b.size());
     const std::uint64_t n = next_pow2(static_cast<std::uint64_t>(la + lb - 1));
-    std::vector<complex_value> fa(n);
-    std::vector<complex_value> fb(n);
+    std::vector<complex_value> fa;
+    std::vector<complex_value> fb;
+    for (std::vector<complex_value>* v : {&fa, &fb}) {
+        v->reserve(n);
+        advise_huge_pages(v->data(), n * sizeof(complex_value));
+        v->resize(n);
+    }
     for (std::int64_t i = 0; i < la; ++i) fa[i].re = a[i];
     for (std::int64_t i = 0; i < lb; ++i) fb[i].re = b[i];
     fft_inplace(fa, false);

@@ -2,12 +2,13 @@
 // of the data chunk into normalised doubles.
 #include "audio/wav.h"
 
+#include "util/memory.h"
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
 
-#include <sys/mman.h>
 #include <sys/stat.h>
 
 namespace veltrane {
@@ -94,24 +95,6 @@ wav_failure parse_fmt(const std::uint8_t* body, std::uint32_t size, format_facts
 bool bits_supported(const format_facts& fmt) {
     if (fmt.is_float) return fmt.bits == 32 || fmt.bits == 64;
     return fmt.bits == 16 || fmt.bits == 24 || fmt.bits == 32;
-}
-
-// Asks the kernel to back a large, not yet touched buffer with transparent huge pages.
-// Page faults dominate the cost of filling hundreds of megabytes of fresh memory (on a
-// virtual machine each 4 KiB fault is expensive); one fault per 2 MiB page removes most of
-// it. Only a hint: failure or an unsupported platform changes nothing.
-void advise_huge_pages(const void* data, std::size_t bytes) {
-#ifdef MADV_HUGEPAGE
-    constexpr std::uintptr_t huge_page_bytes = std::uintptr_t{2} << 20;  // x86-64 and arm64 with 4 KiB base pages
-    if (bytes < 2 * huge_page_bytes) return;
-    const auto start = reinterpret_cast<std::uintptr_t>(data);
-    const std::uintptr_t first = (start + huge_page_bytes - 1) & ~(huge_page_bytes - 1);
-    const std::uintptr_t last = (start + bytes) & ~(huge_page_bytes - 1);
-    if (last > first) ::madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
-#else
-    (void)data;
-    (void)bytes;
-#endif
 }
 
 // Converts `count` stored values at `src` into `dst`. Returns the index of the first
