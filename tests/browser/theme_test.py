@@ -1,10 +1,12 @@
 #!/usr/bin/python3
-"""Opens generated ERROR pages in Debian's headless Chromium and checks the page scripts:
-no script errors, the theme toggle switches data-theme and its aria-label, the choice is
-stored and survives a reload and carries over to the next page, and without a stored
-choice the page follows the system colour scheme.
+"""Opens generated pages in Debian's headless Chromium and checks the page scripts: the
+ERROR page and a real analyze report (written by the veltrane binary from a WAV pair the
+fixture program generates). No script errors, the theme toggle switches data-theme and its
+aria-label, the choice is stored and survives a reload and carries over to the next page,
+without a stored choice the page follows the system colour scheme, and the report's
+results island parses as JSON.
 
-Usage: theme_test.py --fixture <page fixture program>
+Usage: theme_test.py --fixture <page fixture program> --veltrane <veltrane binary>
 Exit status: 0 all checks passed, 1 a check failed, 77 Chromium is not installed (skip).
 """
 import argparse
@@ -25,6 +27,8 @@ LIGHT_BG = "rgb(238, 241, 244)"  # --bg, light
 DARK_BG = "rgb(14, 19, 24)"  # --bg, dark
 LIGHT_FAIL = "rgb(198, 40, 40)"  # --fail, light: the ERROR verdict tile
 DARK_FAIL = "rgb(226, 133, 123)"
+LIGHT_PASS = "rgb(46, 125, 50)"  # --pass, light: a PASS verdict tile
+DARK_PASS = "rgb(111, 191, 115)"
 
 # Installed before any page script runs: collects uncaught errors and rejected promises.
 ERROR_COLLECTOR = """
@@ -119,7 +123,7 @@ def browser_errors(driver):
     return [entry.get("message", "") for entry in driver.get_log("browser") if entry.get("level") == "SEVERE"]
 
 
-def expect_theme(c, driver, name, theme, effective, stored):
+def expect_theme(c, driver, name, theme, effective, stored, verdict="fail"):
     """One check per step: the theme attribute, button label and icon, stored choice, the
     colours the style sheet gives, and no script error or console error so far."""
     light = effective == "light"
@@ -128,7 +132,7 @@ def expect_theme(c, driver, name, theme, effective, stored):
         "label": "Switch to dark theme" if light else "Switch to light theme",
         "stored": stored,
         "bg": LIGHT_BG if light else DARK_BG,
-        "verdictBg": LIGHT_FAIL if light else DARK_FAIL,
+        "verdictBg": (LIGHT_FAIL if light else DARK_FAIL) if verdict == "fail" else (LIGHT_PASS if light else DARK_PASS),
         "sun": not light,
         "moon": light,
         "errors": [],
@@ -190,6 +194,20 @@ def run_checks(c, driver, By, pages):
     set_system_scheme(driver, "dark")
     expect_theme(c, driver, "stored choice outlives system change", "light", "light", "light")
 
+    # The analyze report: the stored choice applies, the toggle works and persists there too,
+    # and the embedded results document parses.
+    driver.get("file://" + pages["report"])
+    expect_theme(c, driver, "report page takes the stored choice", "light", "light", "light", "pass")
+    c.check("report title", driver.title == "ref -- Veltrane Report", repr(driver.title))
+    results = driver.execute_script(
+        "return JSON.parse(document.getElementById('veltrane-results').textContent);")
+    c.check("results island parses", results.get("overall_verdict") == "PASS" and results.get("status") == "analyzed",
+            repr(results)[:200])
+    click_toggle(driver, By)
+    expect_theme(c, driver, "report toggled dark", "dark", "dark", "dark", "pass")
+    driver.refresh()
+    expect_theme(c, driver, "report dark after reload", "dark", "dark", "dark", "pass")
+
     # The error checks themselves must see an error: an inline script of the page throws
     # one (an inline script, like the page's own, so its message is not masked).
     driver.execute_script(
@@ -207,6 +225,7 @@ def run_checks(c, driver, By, pages):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--fixture", required=True, help="program that writes the test pages into a directory")
+    parser.add_argument("--veltrane", required=True, help="the veltrane binary, to write a real report")
     args = parser.parse_args()
 
     if not os.access(CHROMIUM, os.X_OK):
@@ -230,7 +249,11 @@ def main():
         page_dir = os.path.join(workdir, "pages")
         os.mkdir(page_dir)
         subprocess.run([args.fixture, page_dir], check=True, timeout=60)
-        pages = {"error": os.path.join(page_dir, "error.html"), "next": os.path.join(page_dir, "next.html")}
+        pages = {"error": os.path.join(page_dir, "error.html"), "next": os.path.join(page_dir, "next.html"),
+                 "report": os.path.join(page_dir, "report.html")}
+        subprocess.run([args.veltrane, "analyze", "--ref", os.path.join(page_dir, "ref.wav"), "--dut",
+                        os.path.join(page_dir, "dut.wav"), "--out", pages["report"], "--quiet"],
+                       check=True, timeout=120, stdout=subprocess.DEVNULL)
         driver = start_driver(webdriver, Service, os.path.join(workdir, "profile"))
         run_checks(c, driver, By, pages)
     except Exception as e:  # a browser or driver failure is a test failure, reported plainly
