@@ -239,6 +239,22 @@ TEST(Analyze, FormatChecksReportEveryProblem) {
               "error: --ref has 1 channel(s) but --dut has 2 -- ref and DUT must have identical channel count");
 }
 
+TEST(Analyze, AlignmentFailureIsExplainedInTheErrorReport) {
+    auto s = programme();
+    auto inverted = s;
+    for (double& v : inverted) v = -v;
+    pair_dir p(s, inverted);
+    run_result r = run_veltrane(p.analyze({"--json"}));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "");
+    const std::string message =
+        "alignment failed -- both channels: the DUT is polarity-inverted: it matches the reference with the sign "
+        "flipped (correlation -1.0000), so no offset lines it up. Invert it and run again.";
+    EXPECT_EQ(r.err, "Aligning...\nerror: " + message + "\nwrote an error report to " + p.html + " (overall: ERROR)\n");
+    EXPECT_NE(slurp(p.html).find("<p class=\"run-error\">" + message + "</p>"), std::string::npos);
+    EXPECT_EQ(json_value(slurp(p.dir.file("report.json")), "error"), "\"" + message + "\"");
+}
+
 TEST(Analyze, ValidationErrorsWriteNoReport) {
     auto s = programme();
     pair_dir p(s, s);
