@@ -43,11 +43,7 @@ bool append_error_page(text_buf& buf, const error_page_info& info, std::string_v
 }
 
 bool write_error_page(const std::string& html_path, const error_page_info& info) {
-    text_buf buf;
-    text_buf_init(buf);
-    bool ok = append_error_page(buf, info, utc_timestamp()) && write_binary_file(html_path, text_buf_view(buf));
-    text_buf_free(buf);
-    return ok;
+    return write_page(html_path, [&](text_buf& buf) { return append_error_page(buf, info, utc_timestamp()); });
 }
 
 }  // namespace veltrane

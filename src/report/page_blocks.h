@@ -3,9 +3,11 @@
 // page): the style sheet, the theme toggle button, the theme script and the opening of
 // the top bar. Each appends to the page's text_buf and returns false when an append
 // fails (the buffer then holds what was appended before).
+#include <string>
 #include <string_view>
 
 #include "report/text_buf.h"
+#include "util/files.h"
 
 namespace veltrane {
 
@@ -26,5 +28,17 @@ bool append_theme_script(text_buf& buf);
 // unescaped), ending in "<div class=\"right\">\n<div class=\"meta\">". The caller continues
 // with the version, the theme toggle and "</div>\n</div>\n".
 bool append_top_bar_open(text_buf& buf, std::string_view product_name);
+
+// Builds a page into a fresh buffer with `build` (a callable taking the text_buf& and
+// returning false on failure) and writes it to `path` with one write of the whole buffer.
+// Nothing is written when the build fails; true only when every byte was written.
+template <class Build>
+bool write_page(const std::string& path, Build&& build) {
+    text_buf buf;
+    text_buf_init(buf);
+    bool ok = build(buf) && write_binary_file(path, text_buf_view(buf));
+    text_buf_free(buf);
+    return ok;
+}
 
 }  // namespace veltrane

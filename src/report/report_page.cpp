@@ -246,11 +246,7 @@ bool append_report_page(text_buf& buf, const report_inputs& in, std::string_view
 }
 
 bool write_report_page(const std::string& html_path, const report_inputs& in) {
-    text_buf buf;
-    text_buf_init(buf);
-    bool ok = append_report_page(buf, in, utc_timestamp()) && write_binary_file(html_path, text_buf_view(buf));
-    text_buf_free(buf);
-    return ok;
+    return write_page(html_path, [&](text_buf& buf) { return append_report_page(buf, in, utc_timestamp()); });
 }
 
 }  // namespace veltrane
