@@ -120,11 +120,17 @@ align_result align_channels(const wav_audio& ref, const wav_audio& dut, std::int
     channel_probe probe[2];
     for (std::uint64_t ch = 0; ch < result.channels; ++ch) {
         const auto c = static_cast<std::uint32_t>(ch);
-        std::vector<double> r = extract_channel(ref, c);
-        std::vector<double> d = extract_channel(dut, c);
-        probe[ch].peak = cross_correlate(r, d, max_lag, false);
-        probe[ch].ref_silent = floor >= rms(r);
-        probe[ch].dut_silent = floor >= rms(d);
+        try {
+            std::vector<double> r = extract_channel(ref, c);
+            std::vector<double> d = extract_channel(dut, c);
+            probe[ch].peak = cross_correlate(r, d, max_lag, false);
+            probe[ch].ref_silent = floor >= rms(r);
+            probe[ch].dut_silent = floor >= rms(d);
+        } catch (const std::bad_alloc&) {
+            // No copy, no measurement: the channel stays unmatched (confidence 0, not
+            // silent), so exhausted memory can never pass for a silent channel.
+            probe[ch] = channel_probe{};
+        }
     }
     for (std::uint64_t ch = 0; ch < result.channels; ++ch) {
         align_channel& out = result.channel[ch];
@@ -180,8 +186,13 @@ std::array<align_diagnosis, 2> diagnose_alignment(const wav_audio& ref, const wa
         d.diagnosed = true;
         d.kind = align_diagnosis_kind::no_match;
         const auto c = static_cast<std::uint32_t>(ch);
-        std::vector<double> r = extract_channel(ref, c);
-        std::vector<double> x = extract_channel(dut, c);
+        std::vector<double> r, x;
+        try {
+            r = extract_channel(ref, c);
+            x = extract_channel(dut, c);
+        } catch (const std::bad_alloc&) {
+            continue;  // nothing to probe with: the diagnosis stays no_match
+        }
 
         const correlation_peak inverted = cross_correlate(r, x, max_lag, true);
         if (-inverted.confidence >= threshold && -inverted.confidence > state.confidence) {

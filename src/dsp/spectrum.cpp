@@ -1,6 +1,7 @@
 #include "dsp/spectrum.h"
 
 #include <cmath>
+#include <new>
 #include <vector>
 
 #include "dsp/fft.h"
@@ -18,11 +19,18 @@ double shifted_hann(std::uint64_t i, std::uint64_t n) {
 void amplitude_spectrum(const wav_audio& audio, std::uint32_t channel, std::uint64_t start_frame, std::uint64_t n,
                         std::span<double> out, spectrum_form form) {
     if (n < 2) return;
-    std::vector<complex_value> frame(n);
+    const double floor_db = form == spectrum_form::db_chart ? spectrum_chart_floor_db : spectrum_check_floor_db;
+    std::vector<complex_value> frame;
+    try {
+        frame.resize(n);
+    } catch (const std::bad_alloc&) {
+        // Without a work buffer every bin reads as no level at all.
+        for (std::uint64_t k = 0; k < n / 2; ++k) out[k] = form == spectrum_form::linear ? 0.0 : floor_db;
+        return;
+    }
     for (std::uint64_t i = 0; i < n; ++i)
         frame[i].re = audio.samples[(start_frame + i) * audio.channels + channel] * shifted_hann(i, n);
     fft_inplace(frame, false);
-    const double floor_db = form == spectrum_form::db_chart ? spectrum_chart_floor_db : spectrum_check_floor_db;
     for (std::uint64_t k = 0; k < n / 2; ++k) {
         double a = std::hypot(frame[k].re, frame[k].im) * 4.0 / static_cast<double>(n);
         if (form == spectrum_form::linear)
