@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "dsp/spectrum.h"
+#include "dsp/amplitude.h"
 #include "support/reference_fft.h"
 
 namespace veltrane {

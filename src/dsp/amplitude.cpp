@@ -1,4 +1,4 @@
-#include "dsp/spectrum.h"
+#include "dsp/amplitude.h"
 
 #include <cmath>
 #include <new>
