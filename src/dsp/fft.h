@@ -12,13 +12,18 @@ struct complex_value {
     double im = 0.0;
 };
 
-// Smallest power of two that is not below n; 1 for n below 2.
+// Smallest power of two that is not below n; 1 for n below 2; 0 when n is above 2^63.
 std::uint64_t next_pow2(std::uint64_t n);
 
-// Transforms data in place; data.size() must be a power of two (sizes below 2 are left
-// unchanged). Each stage takes one sine and one cosine and advances its twiddle factor by
-// complex multiplication, restarting at 1 in every block; the sequence is computed once per
-// stage in bounded chunks and shared by all blocks, which yields exactly the same values.
+// Transforms data in place; data.size() must be a power of two (any other size, and sizes
+// below 2, are left unchanged). The arithmetic is fixed so results are reproducible bit
+// for bit: bit-reversal reordering, then per stage length L one sine and one cosine of
+// theta = -+2 pi / L, a twiddle w that starts at 1 in every block and advances by
+// w = w * (cos theta + i sin theta), butterflies t = w * a[j + L/2], u = a[j],
+// a[j] = u + t, a[j + L/2] = u - t; the inverse divides by n at the end. The work is
+// reordered for speed (per-stage twiddle tables for short stages, running recurrences for
+// long ones, three stages per pass over memory, tiled bit reversal) but performs exactly
+// these operations on exactly these values. Allocates nothing (at most 64 KiB of stack).
 void fft_inplace(std::span<complex_value> data, bool inverse);
 
 }  // namespace veltrane
