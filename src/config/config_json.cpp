@@ -12,31 +12,46 @@ std::size_t skip_space(std::string_view text, std::size_t pos) {
     return pos;
 }
 
-// From an opening brace at `open`, the index just past its matching closing brace
-// (strings and backslash escapes inside them are skipped), or nullopt when the text ends
-// first.
-std::optional<std::size_t> object_end(std::string_view text, std::size_t open) {
-    int depth = 0;
+// Walks `text` from `from` with the string rules: a double quote toggles the in-string
+// state, and inside a string a backslash takes the next character with it. Every brace
+// outside strings is handed to on_brace(index, opening); the walk stops early when that
+// returns false. Returns false when the text ends inside a string (an unterminated string,
+// or a backslash with nothing after it).
+template <class OnBrace>
+bool walk_braces(std::string_view text, std::size_t from, OnBrace&& on_brace) {
     bool in_string = false;
-    for (std::size_t i = open; i < text.size(); ++i) {
+    for (std::size_t i = from; i < text.size(); ++i) {
         char c = text[i];
         if (in_string) {
             if (c == '\\') {
+                if (i + 1 >= text.size()) return false;
                 ++i;  // the escaped character cannot end the string
             } else if (c == '"') {
                 in_string = false;
             }
-            continue;
-        }
-        if (c == '"') {
+        } else if (c == '"') {
             in_string = true;
-        } else if (c == '{') {
-            ++depth;
-        } else if (c == '}') {
-            if (--depth == 0) return i + 1;
+        } else if ((c == '{' || c == '}') && !on_brace(i, c == '{')) {
+            return true;
         }
     }
-    return std::nullopt;
+    return !in_string;
+}
+
+// From an opening brace at `open`, the index just past its matching closing brace, or
+// nullopt when the text ends first.
+std::optional<std::size_t> object_end(std::string_view text, std::size_t open) {
+    int depth = 0;
+    std::optional<std::size_t> end;
+    walk_braces(text, open, [&](std::size_t i, bool opening) {
+        if (opening) {
+            ++depth;
+            return true;
+        }
+        if (--depth == 0) end = i + 1;
+        return !end;
+    });
+    return end;
 }
 
 int hex_digit_value(char c) {
@@ -87,28 +102,18 @@ bool json_strip_comments(std::string_view in, std::string& out) {
 
 bool json_check_braces(std::string_view text) {
     long depth = 0;
-    bool in_string = false;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        char c = text[i];
-        if (in_string) {
-            if (c == '\\') {
-                if (i + 1 >= text.size()) return false;
-                ++i;
-            } else if (c == '"') {
-                in_string = false;
-            }
-            continue;
-        }
-        if (c == '"') {
-            in_string = true;
-        } else if (c == '{') {
+    bool underflow = false;
+    bool strings_closed = walk_braces(text, 0, [&](std::size_t, bool opening) {
+        if (opening) {
             ++depth;
-        } else if (c == '}') {
-            if (depth == 0) return false;
+        } else if (depth == 0) {
+            underflow = true;
+        } else {
             --depth;
         }
-    }
-    return depth == 0 && !in_string;
+        return !underflow;
+    });
+    return strings_closed && !underflow && depth == 0;
 }
 
 std::optional<std::size_t> json_find_value(std::string_view text, std::string_view key) {
