@@ -3,6 +3,7 @@
 #include <bit>
 #include <cmath>
 #include <cstddef>
+#include <type_traits>
 #include <utility>
 
 namespace veltrane {
@@ -156,6 +157,18 @@ inline void run_groups(cplx* base, std::uint64_t q, std::uint64_t count, const c
 
 // How many stages the next pass takes: three while at least three remain; the one or
 // two left over go first, where their twiddles are shared by the most blocks.
+// Calls f with the pass's stage count (1, 2 or 3) as a compile-time constant, so each
+// pass shape is its own specialised loop.
+template <class F>
+void with_stage_count(unsigned stages, F&& f) {
+    if (stages == 3)
+        f(std::integral_constant<unsigned, 3>{});
+    else if (stages == 2)
+        f(std::integral_constant<unsigned, 2>{});
+    else
+        f(std::integral_constant<unsigned, 1>{});
+}
+
 unsigned stages_for_pass(unsigned remaining) {
     const unsigned odd = remaining % max_fused_stages;
     return odd != 0 ? odd : max_fused_stages;
@@ -196,12 +209,7 @@ void run_table_stages(cplx* a, std::uint64_t n, std::uint64_t span, double sign,
             const std::uint64_t q = std::uint64_t{1} << done;
             const cplx* table_for[max_fused_stages];
             for (unsigned i = 0; i < stages; ++i) table_for[i] = table + ((q << i) - 1);
-            if (stages == 3)
-                run_table_pass<3>(chunk, span, q, table_for);
-            else if (stages == 2)
-                run_table_pass<2>(chunk, span, q, table_for);
-            else
-                run_table_pass<1>(chunk, span, q, table_for);
+            with_stage_count(stages, [&](auto count) { run_table_pass<count()>(chunk, span, q, table_for); });
             done += stages;
         }
     }
@@ -277,12 +285,7 @@ void fft_inplace(std::span<complex_value> data, bool inverse) {
     }
     for (std::uint64_t q = span; q < n;) {
         const unsigned stages = stages_for_pass(static_cast<unsigned>(std::countr_zero(n / q)));
-        if (stages == 3)
-            run_cursor_pass<3>(a, n, q, sign);
-        else if (stages == 2)
-            run_cursor_pass<2>(a, n, q, sign);
-        else
-            run_cursor_pass<1>(a, n, q, sign);
+        with_stage_count(stages, [&](auto count) { run_cursor_pass<count()>(a, n, q, sign); });
         q <<= stages;
     }
 
