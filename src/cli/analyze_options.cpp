@@ -9,29 +9,40 @@
 namespace veltrane {
 namespace {
 
-constexpr std::array<option_def, 21> analyze_option_defs{{
-    {"--ref", true},
-    {"--dut", true},
-    {"--out", true},
-    {"--json", false},
-    {"--config", true},
-    {"--defaults-cfg", true},
-    {"--snapshots", true},
-    {"--deepscan", false},
-    {"--impulse", false},
-    {"--ampsweep", false},
-    {"--freqsweep", false},
-    {"--bitaccuracy", false},
-    {"--bitexact", false},
-    {"--no-bitexact", false},
-    {"--no-distortion", false},
-    {"--levelfidelity-ref-only", false},
-    {"--no-loudness", false},
-    {"--loudness", false},
-    {"--artifact-ref-only", false},
-    {"--quiet", false},
-    {"--exit-code", false},
-}};
+// Every flag of analyze (an option without a value) and the field it sets. The option
+// list the scanner reads is made from this table and the value options.
+struct analyze_flag {
+    std::string_view name;
+    bool* (*field)(analyze_options&);
+};
+constexpr analyze_flag analyze_flags[] = {
+    {"--json", [](analyze_options& o) { return &o.json; }},
+    {"--deepscan", [](analyze_options& o) { return &o.overrides.deepscan; }},
+    {"--impulse", [](analyze_options& o) { return &o.overrides.impulse; }},
+    {"--ampsweep", [](analyze_options& o) { return &o.overrides.ampsweep; }},
+    {"--freqsweep", [](analyze_options& o) { return &o.overrides.freqsweep; }},
+    {"--bitaccuracy", [](analyze_options& o) { return &o.overrides.bitaccuracy; }},
+    {"--bitexact", [](analyze_options& o) { return &o.overrides.bitexact; }},
+    {"--no-bitexact", [](analyze_options& o) { return &o.overrides.no_bitexact; }},
+    {"--no-distortion", [](analyze_options& o) { return &o.overrides.no_distortion; }},
+    {"--levelfidelity-ref-only", [](analyze_options& o) { return &o.overrides.levelfidelity_ref_only; }},
+    {"--no-loudness", [](analyze_options& o) { return &o.overrides.no_loudness; }},
+    {"--loudness", [](analyze_options& o) { return &o.overrides.loudness; }},
+    {"--artifact-ref-only", [](analyze_options& o) { return &o.overrides.artifact_ref_only; }},
+    {"--quiet", [](analyze_options& o) { return &o.quiet; }},
+    {"--exit-code", [](analyze_options& o) { return &o.exit_code; }},
+};
+
+constexpr std::string_view analyze_value_options[] = {"--ref", "--dut", "--out", "--config", "--defaults-cfg",
+                                                      "--snapshots"};
+
+constexpr auto analyze_option_defs = [] {
+    std::array<option_def, std::size(analyze_value_options) + std::size(analyze_flags)> defs{};
+    std::size_t n = 0;
+    for (std::string_view name : analyze_value_options) defs[n++] = {name, true};
+    for (const analyze_flag& flag : analyze_flags) defs[n++] = {flag.name, false};
+    return defs;
+}();
 
 constexpr std::string_view analyze_requires = "error: analyze requires --ref, --dut, and --out\n\n";
 
@@ -57,34 +68,21 @@ std::optional<int> parse_analyze_options(int argc, char** argv, analyze_options&
     opts.out_path = *out_path;
     if (const std::string* v = scanned.value("--config")) opts.config_path = *v;
     if (const std::string* v = scanned.value("--defaults-cfg")) opts.defaults_cfg_path = *v;
-    if (const std::string* v = scanned.value("--snapshots")) opts.snapshots = parse_snapshot_count(*v);
-    opts.json = scanned.has("--json");
-    opts.deepscan = scanned.has("--deepscan");
-    opts.impulse = scanned.has("--impulse");
-    opts.ampsweep = scanned.has("--ampsweep");
-    opts.freqsweep = scanned.has("--freqsweep");
-    opts.bitaccuracy = scanned.has("--bitaccuracy");
-    opts.bitexact = scanned.has("--bitexact");
-    opts.no_bitexact = scanned.has("--no-bitexact");
-    opts.no_distortion = scanned.has("--no-distortion");
-    opts.levelfidelity_ref_only = scanned.has("--levelfidelity-ref-only");
-    opts.no_loudness = scanned.has("--no-loudness");
-    opts.loudness = scanned.has("--loudness");
-    opts.artifact_ref_only = scanned.has("--artifact-ref-only");
-    opts.quiet = scanned.has("--quiet");
-    opts.exit_code = scanned.has("--exit-code");
+    if (const std::string* v = scanned.value("--snapshots")) opts.overrides.snapshots = parse_snapshot_count(*v);
+    for (const analyze_flag& flag : analyze_flags) *flag.field(opts) = scanned.has(flag.name);
+    const command_line_overrides& cl = opts.overrides;
 
-    if (opts.ampsweep && opts.freqsweep) {
+    if (cl.ampsweep && cl.freqsweep) {
         err << "error: --ampsweep and --freqsweep cannot both be set -- spectral_fidelity.profile is a single "
                "choice, not an independent toggle\n";
         return 1;
     }
-    if (opts.bitexact && opts.no_bitexact) {
+    if (cl.bitexact && cl.no_bitexact) {
         err << "error: --bitexact and --no-bitexact cannot both be set -- one asks for strict gating, the other "
                "asks to skip the check entirely\n";
         return 1;
     }
-    if (opts.loudness && opts.no_loudness) {
+    if (cl.loudness && cl.no_loudness) {
         err << "error: --loudness and --no-loudness cannot both be set -- one asks for strict gating, the other "
                "asks to skip the check entirely\n";
         return 1;

@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "config/run_config.h"
+
 namespace veltrane {
 
 struct analyze_options {
@@ -12,20 +14,8 @@ struct analyze_options {
     std::string out_path;
     std::optional<std::string> config_path;        // --config
     std::optional<std::string> defaults_cfg_path;  // --defaults-cfg
-    std::optional<long> snapshots;                 // --snapshots N, negative and non-numbers read as 0
+    command_line_overrides overrides;  // --snapshots and the check switches
     bool json = false;
-    bool deepscan = false;
-    bool impulse = false;
-    bool ampsweep = false;
-    bool freqsweep = false;
-    bool bitaccuracy = false;
-    bool bitexact = false;
-    bool no_bitexact = false;
-    bool no_distortion = false;
-    bool levelfidelity_ref_only = false;
-    bool no_loudness = false;
-    bool loudness = false;
-    bool artifact_ref_only = false;
     bool quiet = false;
     bool exit_code = false;
 };

@@ -2,16 +2,18 @@
 // two inputs and their format checks, alignment, settings resolution, the checks, the
 // verdict, the results document, the report page and the summary line.
 //
-// A check is wired in once per layer: its run step in run_checks, its result in
-// report_inputs (which also feeds the verdict), its block in the results document and its
-// card in the report page.
+// The driver knows no check by name. A check is added in five places, none of them here:
+// its unit in src/checks/, its row in the table of checks (checks/check_table.cpp, which
+// also holds its run step), its result field in run_results (checks/run_results.h), its
+// block in the results document (cli/results_json.cpp) and its card (report/). The verdict
+// is computed once, below, and handed to the results document and the page.
 #include <ostream>
 #include <string>
 
 #include "align/align.h"
 #include "audio/wav.h"
-#include "checks/bit_compare.h"
 #include "checks/gating.h"
+#include "checks/run_results.h"
 #include "cli/analyze_options.h"
 #include "cli/commands.h"
 #include "cli/error_report.h"
@@ -91,28 +93,6 @@ bool formats_comparable(const wav_audio& ref, const wav_audio& dut, std::ostream
     return true;
 }
 
-// Runs the checks in their fixed order and records each result with its switches. A
-// check that does not run keeps a cleared record that counts as passed.
-void run_checks(report_inputs& in, const run_config& cfg) {
-    const wav_audio& ref = *in.ref_audio;
-    const wav_audio& dut = *in.dut_audio;
-    const std::int32_t offset = in.align.file_offset;
-
-    in.bitexact_ran = cfg.flag(param_id::bit_exact_enabled);
-    in.bitexact_gates = cfg.flag(param_id::bit_exact_gates_overall);
-    in.bitexact_gating_label = std::string(cfg.label(param_id::bit_exact_gates_overall));
-    if (in.bitexact_ran) in.bitexact = compare_bits(ref, dut, offset, cfg.number(param_id::bit_exact_bit_deviation_db));
-
-    in.bitaccuracy_ran = cfg.flag(param_id::bit_accuracy_enabled);
-    in.bitaccuracy_label = std::string(cfg.label(param_id::bit_accuracy_enabled));
-    in.bitaccuracy_tolerance_db = cfg.number(param_id::bit_accuracy_tolerance_db);
-    if (in.bitaccuracy_ran) in.bitaccuracy = compare_bits(ref, dut, offset, in.bitaccuracy_tolerance_db);
-
-    in.level_gates = cfg.flag(param_id::level_fidelity_gates_overall);
-    in.artifact_gates = cfg.flag(param_id::artifact_gates_overall);
-    in.loudness_gates = cfg.flag(param_id::loudness_gates_overall);
-}
-
 // Everything from the command line up to the printed summary. Fills `request` once the
 // command line and settings files are accepted, so a later failure to compare the two
 // files can leave an error report behind.
@@ -137,13 +117,14 @@ int run_analyze(int argc, char** argv, error_report_request& request, std::ostre
 
     const alignment_settings align_cfg = resolve_alignment_settings(settings.config_file, settings.defaults, ref.sample_rate);
     status_line(opts, err, "Aligning...\n");
-    report_inputs in;
-    in.align = align_channels(ref, dut, align_cfg.max_search_samples, align_cfg.min_confidence,
+    run_results results;
+    results.align = align_channels(ref, dut, align_cfg.max_search_samples, align_cfg.min_confidence,
                               static_cast<std::int32_t>(align_cfg.agreement_tolerance_samples),
                               align_cfg.low_level_threshold_db);
-    if (!in.align.aligned) {
-        auto diagnosis = diagnose_alignment(ref, dut, in.align, align_cfg.max_search_samples, align_cfg.min_confidence);
-        std::string message = compose_alignment_message(in.align, diagnosis, ref.sample_rate, align_cfg.min_confidence,
+    if (!results.align.aligned) {
+        auto diagnosis =
+            diagnose_alignment(ref, dut, results.align, align_cfg.max_search_samples, align_cfg.min_confidence);
+        std::string message = compose_alignment_message(results.align, diagnosis, ref.sample_rate, align_cfg.min_confidence,
                                                         align_cfg.max_search_samples,
                                                         static_cast<std::int32_t>(align_cfg.agreement_tolerance_samples));
         report_run_error(err, "%s", message.c_str());
@@ -152,33 +133,30 @@ int run_analyze(int argc, char** argv, error_report_request& request, std::ostre
 
     // The overlap of the aligned files chooses the automatic fft size; the length-mismatch
     // figures then judge it against the resolved tolerance.
-    const std::uint64_t overlap_frames = compute_overlap(ref.frame_count, dut.frame_count, in.align.file_offset).frames();
-    settings_resolution resolved = resolve_check_settings(command_line_overrides_from(opts), settings.config_file,
+    const std::uint64_t overlap_frames = compute_overlap(ref.frame_count, dut.frame_count, results.align.file_offset).frames();
+    settings_resolution resolved = resolve_check_settings(opts.overrides, settings.config_file,
                                                           settings.defaults, ref.sample_rate, overlap_frames);
     if (resolved.error_message) {
         err << *resolved.error_message;
         return 1;
     }
     const run_config& cfg = resolved.config;
-    in.length_mismatch_tolerance_pct = cfg.number(param_id::general_length_mismatch_tolerance_pct);
-    in.length_mismatch = compute_length_mismatch(ref.frame_count, dut.frame_count, in.align.file_offset,
-                                                 in.length_mismatch_tolerance_pct);
+    const length_mismatch_result length_mismatch =
+        compute_length_mismatch(ref.frame_count, dut.frame_count, results.align.file_offset,
+                                cfg.number(param_id::general_length_mismatch_tolerance_pct));
 
     status_line(opts, err, "Analyzing...\n");
-    in.ref_path = opts.ref_path;
-    in.dut_path = opts.dut_path;
-    in.ref_audio = &ref;
-    in.dut_audio = &dut;
-    in.config = &cfg;
-    in.version = program_version;
-    in.tester = cfg.tester;
-    run_checks(in, cfg);
+    record_length_mismatch(results, length_mismatch);
+    run_checks(check_context{ref, dut, results.align.file_offset, cfg}, results);
 
-    const gating_summary verdict = collect_gating_failures(gating_inputs_from(in));
-    if (!build_results_json(in, verdict, in.results_json)) {
+    const run_inputs run{opts.ref_path, opts.dut_path, &ref, &dut, &cfg};
+    const gating_summary verdict = collect_gating_failures(results);
+    std::string results_json;
+    if (!build_results_json(run, results, verdict, results_json)) {
         err << "error: internal -- results JSON exceeded buffer size\n";
         return 1;
     }
+    const report_inputs page{&run, &results, &verdict, results_json, program_version, cfg.tester};
 
     output_paths paths;
     if (!resolve_output_paths(opts.out_path, opts.dut_path, opts.json, paths, err)) {
@@ -186,11 +164,11 @@ int run_analyze(int argc, char** argv, error_report_request& request, std::ostre
         return 1;
     }
     status_line(opts, err, "Writing report...\n");
-    if (!write_report_page(paths.html_path, in)) {
+    if (!write_report_page(paths.html_path, page)) {
         err << "error: failed to write '" << paths.html_path << "'\n";
         return 1;
     }
-    if (opts.json && !write_text_file(paths.json_path, in.results_json)) {
+    if (opts.json && !write_text_file(paths.json_path, results_json)) {
         err << "error: failed to write '" << paths.json_path << "'\n";
         return 1;
     }

@@ -38,9 +38,9 @@ private:
 
 const char* sample_format_word(const wav_audio& a) { return wav_is_float(a) ? "float" : "integer"; }
 
-void write_header(results_writer& doc, const report_inputs& in, const gating_summary& verdict) {
-    const wav_audio& ref = *in.ref_audio;
-    const wav_audio& dut = *in.dut_audio;
+void write_header(results_writer& doc, const run_inputs& in, const gating_summary& verdict) {
+    const wav_audio& ref = *in.ref;
+    const wav_audio& dut = *in.dut;
     doc.i32("veltrane_phase", 2);
     doc.str("status", "analyzed");
     doc.str("overall_verdict", verdict.overall_pass ? "PASS" : "FAIL");
@@ -84,7 +84,10 @@ void write_length_mismatch(results_writer& doc, const length_mismatch_result& lm
     doc.i64("length_mismatch_ref_uncovered_samples", lm.ref_uncovered_samples);
 }
 
-void write_bitexact(results_writer& doc, const bit_compare_result& r) {
+// One block per check, each writing the check's record (the table of checks decides
+// whether it ran).
+void write_bitexact(results_writer& doc, const run_results& res, const run_config&) {
+    const bit_compare_result& r = res.bitexact;
     doc.verdict("bitexact_verdict", r.pass);
     doc.u64("bitexact_samples_compared", r.samples_compared);
     doc.u64("bitexact_samples_differing", r.samples_differing);
@@ -100,9 +103,10 @@ void write_bitexact(results_writer& doc, const bit_compare_result& r) {
     doc.f64("bitexact_worst_diff_dut_value", r.worst_diff_dut_value);
 }
 
-void write_bit_accuracy(results_writer& doc, const bit_compare_result& r, double tolerance_db) {
+void write_bit_accuracy(results_writer& doc, const run_results& res, const run_config& cfg) {
+    const bit_compare_result& r = res.bit_accuracy;
     doc.verdict("bit_accuracy_verdict", r.pass);
-    doc.f64("bit_accuracy_tolerance_db", tolerance_db);
+    doc.f64("bit_accuracy_tolerance_db", cfg.number(param_id::bit_accuracy_tolerance_db));
     if (r.pass) return;
     doc.u64("bit_accuracy_worst_diff_frame", r.worst_diff_frame);
     doc.i32("bit_accuracy_worst_diff_channel", static_cast<std::int32_t>(r.worst_diff_channel));
@@ -110,17 +114,35 @@ void write_bit_accuracy(results_writer& doc, const bit_compare_result& r, double
     doc.f64("bit_accuracy_worst_diff_dut_value", r.worst_diff_dut_value);
 }
 
+using block_writer = void (*)(results_writer&, const run_results&, const run_config&);
+
+// The block of each check, by check_id; null for checks without a block of their own.
+constexpr block_writer check_blocks[check_count] = {
+    nullptr,             // length mismatch: written with the header
+    write_bitexact,      // bitexact
+    write_bit_accuracy,  // bit_accuracy
+    nullptr,             // levelfidelity
+    nullptr,             // artifact
+    nullptr,             // spectral
+    nullptr,             // distortion
+    nullptr,             // loudness
+    nullptr,             // time_domain
+    nullptr,             // impulse_template
+};
+
 }  // namespace
 
-bool build_results_json(const report_inputs& in, const gating_summary& verdict, std::string& document) {
+bool build_results_json(const run_inputs& run, const run_results& results, const gating_summary& verdict,
+                        std::string& document) {
     std::vector<char> storage(results_json_buffer_size);
     results_writer doc(storage);
-    write_header(doc, in, verdict);
-    write_alignment(doc, in.align);
-    write_length_mismatch(doc, in.length_mismatch);
-    // One block per check, in run order.
-    if (in.bitexact_ran) write_bitexact(doc, in.bitexact);
-    if (in.bitaccuracy_ran) write_bit_accuracy(doc, in.bitaccuracy, in.bitaccuracy_tolerance_db);
+    write_header(doc, run, verdict);
+    write_alignment(doc, results.align);
+    write_length_mismatch(doc, results.length_mismatch);
+    for (const check_info& row : check_table()) {
+        block_writer block = check_blocks[static_cast<std::size_t>(row.id)];
+        if (block && results.of(row.id).ran) block(doc, results, *run.config);
+    }
     return doc.finish(document);
 }
 

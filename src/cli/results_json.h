@@ -6,14 +6,16 @@
 #include <string>
 
 #include "checks/gating.h"
-#include "report/report_inputs.h"
+#include "checks/run_results.h"
 
 namespace veltrane {
 
 inline constexpr std::size_t results_json_buffer_size = 65536;
 
 // Builds the document: header, alignment, length mismatch, then one block per check that
-// ran, in run order. False when it does not fit the buffer (nothing usable is produced).
-bool build_results_json(const report_inputs& in, const gating_summary& verdict, std::string& document);
+// ran, in the order of the table of checks. False when it does not fit the buffer
+// (nothing usable is produced).
+bool build_results_json(const run_inputs& run, const run_results& results, const gating_summary& verdict,
+                        std::string& document);
 
 }  // namespace veltrane

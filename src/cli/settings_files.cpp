@@ -31,22 +31,4 @@ bool load_analyze_settings_files(const analyze_options& opts, analyze_settings_f
     return true;
 }
 
-command_line_overrides command_line_overrides_from(const analyze_options& opts) {
-    command_line_overrides o;
-    o.snapshots = opts.snapshots;
-    o.ampsweep = opts.ampsweep;
-    o.freqsweep = opts.freqsweep;
-    o.deepscan = opts.deepscan;
-    o.impulse = opts.impulse;
-    o.bitaccuracy = opts.bitaccuracy;
-    o.bitexact = opts.bitexact;
-    o.no_bitexact = opts.no_bitexact;
-    o.no_distortion = opts.no_distortion;
-    o.levelfidelity_ref_only = opts.levelfidelity_ref_only;
-    o.no_loudness = opts.no_loudness;
-    o.loudness = opts.loudness;
-    o.artifact_ref_only = opts.artifact_ref_only;
-    return o;
-}
-
 }  // namespace veltrane

@@ -29,7 +29,4 @@ struct analyze_settings_files {
 // false; nothing has been read from the audio files at that point.
 bool load_analyze_settings_files(const analyze_options& opts, analyze_settings_files& files, std::ostream& err);
 
-// The analyze flags that outrank the settings files.
-command_line_overrides command_line_overrides_from(const analyze_options& opts);
-
 }  // namespace veltrane

@@ -130,18 +130,18 @@ bool append_worst_point_tile(text_buf& buf, const char* label, std::uint32_t sam
 }
 
 bool append_alignment_card(text_buf& buf, const report_inputs& in) {
-    const align_result& a = in.align;
-    const std::uint32_t rate = in.ref_audio->sample_rate;
+    const align_result& a = in.results->align;
+    const length_mismatch_result& lm = in.results->length_mismatch;
+    const std::uint32_t rate = in.run->ref->sample_rate;
     if (!text_buf_append(buf,
                          "<section class=\"card\" id=\"alignment\">\n<div class=\"card-head\">\n<div "
                          "class=\"htext\"><h3>Signal Alignment</h3></div>\n</div>\n<div class=\"card-body\">\n"))
         return false;
-    if (in.length_mismatch.failed &&
+    if (lm.failed &&
         !text_buf_appendf(buf,
                           "<div class=\"align-gauge-caption fail\">Length mismatch: %.1f%% of the reference (%ld "
                           "samples) falls outside the aligned overlap and was not compared by any check below.</div>\n",
-                          in.length_mismatch.ref_uncovered_pct,
-                          static_cast<long>(in.length_mismatch.ref_uncovered_samples)))
+                          lm.ref_uncovered_pct, static_cast<long>(lm.ref_uncovered_samples)))
         return false;
     double offset_ms = rate ? static_cast<double>(a.file_offset) / rate * 1000.0 : 0.0;
     char caption[256];
@@ -178,16 +178,21 @@ bool append_alignment_card(text_buf& buf, const report_inputs& in) {
 }
 
 bool append_bit_card(text_buf& buf, const report_inputs& in) {
-    const bit_compare_result& be = in.bitexact;
-    const bit_compare_result& ba = in.bitaccuracy;
-    const std::uint32_t rate = in.ref_audio->sample_rate;
+    const run_results& res = *in.results;
+    const bit_compare_result& be = res.bitexact;
+    const bit_compare_result& ba = res.bit_accuracy;
+    const bool bitexact_ran = res.of(check_id::bitexact).ran;
+    const bool bitaccuracy_ran = res.of(check_id::bit_accuracy).ran;
+    const double tolerance_db = in.run->config->number(param_id::bit_accuracy_tolerance_db);
+    const std::uint32_t rate = in.run->ref->sample_rate;
+    const check_info& head = check_row(bitexact_ran ? check_id::bitexact : check_id::bit_accuracy);
     if (!text_buf_appendf(buf,
-                          "<section class=\"card\" id=\"bitexact\">\n<div class=\"card-head\">\n<div "
+                          "<section class=\"card\" id=\"%s\">\n<div class=\"card-head\">\n<div "
                           "class=\"htext\"><h3>%s</h3></div>\n",
-                          in.bitexact_ran ? "Bit-Exactness" : "Bit Accuracy"))
+                          head.anchor.data(), head.display_name.data()))
         return false;
     std::string rate_text = difference_rate_text(be);
-    if (in.bitexact_ran) {
+    if (bitexact_ran) {
         if (!append_badge(buf, badge_for(be.pass)) ||
             !text_buf_appendf(buf,
                               "<div class=\"tile-row\">\n<div class=\"tile\"><div class=\"k\">Samples Differing</div><div "
@@ -211,31 +216,31 @@ bool append_bit_card(text_buf& buf, const report_inputs& in) {
                                 "to include it.</p>\n<div class=\"tile-row\">\n")) {
         return false;
     }
-    if (in.bitaccuracy_ran) {
+    if (bitaccuracy_ran) {
         const char* wide_tile =
             "<div class=\"tile tile-wide\"><div class=\"k\">Bit Accuracy</div><div class=\"v %s\">%s <span "
             "class=\"pct\">%.2f dB tolerance%s</span></div></div>\n";
-        bool same_spot = in.bitexact_ran && !be.pass && ba.worst_diff_frame == be.worst_diff_frame &&
+        bool same_spot = bitexact_ran && !be.pass && ba.worst_diff_frame == be.worst_diff_frame &&
                          ba.worst_diff_channel == be.worst_diff_channel;
         bool ok = true;
         if (ba.pass) {
-            ok = text_buf_appendf(buf, wide_tile, "pass", "Pass", in.bitaccuracy_tolerance_db, "");
+            ok = text_buf_appendf(buf, wide_tile, "pass", "Pass", tolerance_db, "");
         } else if (same_spot) {
-            ok = text_buf_appendf(buf, wide_tile, "fail", "Fail", in.bitaccuracy_tolerance_db,
+            ok = text_buf_appendf(buf, wide_tile, "fail", "Fail", tolerance_db,
                                   " &middot; same location as above");
         } else {
             ok = text_buf_appendf(buf,
                                   "<div class=\"tile\"><div class=\"k\">Bit Accuracy</div><div class=\"v "
                                   "fail\">Fail</div></div>\n<div class=\"tile\"><div class=\"k\">Tolerance</div><div "
                                   "class=\"v\">%.2f dB</div></div>\n",
-                                  in.bitaccuracy_tolerance_db) &&
+                                  tolerance_db) &&
                  append_worst_point_tile(buf, "Bit Accuracy Worst Diff", rate, ba.worst_diff_frame,
                                          ba.worst_diff_ref_value, ba.worst_diff_dut_value, true);
         }
         if (!ok) return false;
     }
     if (!text_buf_append(buf, "</div>\n")) return false;
-    if (in.bitexact_ran && !be.pass) {
+    if (bitexact_ran && !be.pass) {
         double width = std::sqrt(std::min(difference_rate_pct(be) / 100.0, 1.0)) * 100.0;
         if (!text_buf_appendf(buf,
                               "<div class=\"diffrate-bar\">\n<div class=\"diffrate-bar-track\"><div "
@@ -245,6 +250,23 @@ bool append_bit_card(text_buf& buf, const report_inputs& in) {
             return false;
     }
     return text_buf_append(buf, "</div>\n</section>\n");
+}
+
+card_writer card_writer_for(check_id id) {
+    // The card of each check, by check_id; null where the check has no card of its own.
+    static constexpr card_writer cards[check_count] = {
+        nullptr,          // length mismatch: reported on the alignment card
+        append_bit_card,  // bitexact
+        append_bit_card,  // bit_accuracy (shares the bit card)
+        nullptr,          // levelfidelity
+        nullptr,          // artifact
+        nullptr,          // spectral
+        nullptr,          // distortion
+        nullptr,          // loudness
+        nullptr,          // time_domain
+        nullptr,          // impulse_template
+    };
+    return cards[static_cast<std::size_t>(id)];
 }
 
 }  // namespace veltrane

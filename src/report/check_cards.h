@@ -32,4 +32,9 @@ bool append_worst_point_tile(text_buf& buf, const char* label, std::uint32_t sam
 bool append_alignment_card(text_buf& buf, const report_inputs& in);
 bool append_bit_card(text_buf& buf, const report_inputs& in);  // written when either bit check ran
 
+// The card of a check, or null when it has none (length mismatch is on the alignment card).
+// The page shows it when the table of checks says so.
+using card_writer = bool (*)(text_buf& buf, const report_inputs& in);
+card_writer card_writer_for(check_id id);
+
 }  // namespace veltrane

@@ -55,4 +55,33 @@ bool append_top_bar_open(text_buf& buf, std::string_view product_name) {
            text_buf_append(buf, "</span>\n</div>\n<div class=\"right\">\n<div class=\"meta\">");
 }
 
+bool append_page_head(text_buf& buf, std::string_view title_html, std::string_view title_suffix,
+                      std::string_view product_name, std::string_view version) {
+    return text_buf_append(buf,
+                           "<!doctype html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<meta "
+                           "name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>") &&
+           text_buf_append(buf, title_html) && text_buf_append(buf, title_suffix) &&
+           text_buf_append(buf, "</title>\n") && append_style_block(buf) &&
+           text_buf_append(buf, "</head>\n<body>\n<div class=\"dash\">\n") && append_top_bar_open(buf, product_name) &&
+           text_buf_append(buf, "<b>v") && text_buf_append(buf, version) && text_buf_append(buf, "</b></div>\n") &&
+           append_theme_toggle(buf) && text_buf_append(buf, "</div>\n</div>\n");
+}
+
+bool append_signal_ids(text_buf& buf, const std::string& ref_path, const std::string& dut_path) {
+    return text_buf_append(buf,
+                           "<div class=\"signal-row\">\n<div class=\"signal-id\">\n<span "
+                           "class=\"tag\">Reference</span>\n<span class=\"fname\">") &&
+           text_buf_append_html_path(buf, ref_path.c_str()) &&
+           text_buf_append(buf,
+                           "</span>\n</div>\n<div class=\"signal-id dut\">\n<span class=\"tag\">Device Under "
+                           "Test</span>\n<span class=\"fname\">") &&
+           text_buf_append_html_path(buf, dut_path.c_str()) && text_buf_append(buf, "</span>\n</div>\n");
+}
+
+bool append_footer_top(text_buf& buf, std::string_view version, std::string_view timestamp) {
+    return text_buf_append(buf, "<footer>\n<div class=\"footer-row-top\">\n<span><b>Veltrane</b> v") &&
+           text_buf_append(buf, version) && text_buf_append(buf, "</span>\n<span>report generated ") &&
+           text_buf_append(buf, timestamp) && text_buf_append(buf, "</span>\n</div>\n");
+}
+
 }  // namespace veltrane

@@ -29,6 +29,21 @@ bool append_theme_script(text_buf& buf);
 // with the version, the theme toggle and "</div>\n</div>\n".
 bool append_top_bar_open(text_buf& buf, std::string_view product_name);
 
+// The start of every page up to its first own block: the document head with the title
+// `title_html` (already HTML-safe) followed by `title_suffix`, the style block, the opening
+// of the body and the dash, and the whole top bar with `product_name`, the version and the
+// theme toggle.
+bool append_page_head(text_buf& buf, std::string_view title_html, std::string_view title_suffix,
+                      std::string_view product_name, std::string_view version);
+
+// The signal row's two file tags with the paths (HTML-escaped, breakable at separators),
+// left open: the caller adds its meta line, if any, and "</div>\n".
+bool append_signal_ids(text_buf& buf, const std::string& ref_path, const std::string& dut_path);
+
+// "<footer>" and its top row (version and generation time), left open for the caller's
+// further rows and "</footer>\n".
+bool append_footer_top(text_buf& buf, std::string_view version, std::string_view timestamp);
+
 // Builds a page into a fresh buffer with `build` (a callable taking the text_buf& and
 // returning false on failure) and writes it to `path` with one write of the whole buffer.
 // Nothing is written when the build fails; true only when every byte was written.

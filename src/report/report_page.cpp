@@ -1,6 +1,8 @@
 #include "report/report_page.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <vector>
 
 #include "report/check_cards.h"
 #include "report/page_blocks.h"
@@ -19,33 +21,29 @@ const char* fail_attributes(bool failed, bool counts) {
 }
 
 bool append_signal_row(text_buf& buf, const report_inputs& in) {
-    const wav_audio& ref = *in.ref_audio;
-    return text_buf_append(buf,
-                           "<div class=\"signal-row\">\n<div class=\"signal-id\">\n<span "
-                           "class=\"tag\">Reference</span>\n<span class=\"fname\">") &&
-           text_buf_append_html_path(buf, in.ref_path.c_str()) &&
-           text_buf_append(buf,
-                           "</span>\n</div>\n<div class=\"signal-id dut\">\n<span class=\"tag\">Device Under "
-                           "Test</span>\n<span class=\"fname\">") &&
-           text_buf_append_html_path(buf, in.dut_path.c_str()) &&
-           text_buf_appendf(buf, "</span>\n</div>\n<div class=\"signal-meta\">%u Hz &middot; %s &middot; %s</div>\n</div>\n",
+    const wav_audio& ref = *in.run->ref;
+    return append_signal_ids(buf, in.run->ref_path, in.run->dut_path) &&
+           text_buf_appendf(buf, "<div class=\"signal-meta\">%u Hz &middot; %s &middot; %s</div>\n</div>\n",
                             ref.sample_rate, bit_depth_word(ref.format_code), ref.channels == 2 ? "Stereo" : "Mono");
 }
 
-bool append_kpi_grid(text_buf& buf, const report_inputs& in, const gating_summary& verdict) {
-    const std::string profile = in.config ? in.config->text(param_id::spectral_profile) : std::string();
-    bool bit_mode = in.bitexact_gates || in.bitaccuracy_ran;
+bool append_kpi_grid(text_buf& buf, const report_inputs& in) {
+    const gating_summary& verdict = *in.verdict;
+    const std::string profile = in.run->config->text(param_id::spectral_profile);
+    const run_results& res = *in.results;
+    bool bit_mode = res.of(check_id::bitexact).gates || res.of(check_id::bit_accuracy).ran;
     // Spectral fidelity and distortion tiles show their figures once those checks report
     // them; until then the spectral tile has no figure and distortion reads as skipped.
     return text_buf_append(buf,
                            "<div class=\"kpi-grid\">\n<div class=\"kpi\">\n<div class=\"k\">Analysis Mode</div>\n<div "
                            "class=\"v\">") &&
-           text_buf_append(buf, analysis_mode_name(in).c_str()) && text_buf_append(buf, "</div>\n") &&
+           text_buf_append(buf, analysis_mode_name(res, profile).c_str()) && text_buf_append(buf, "</div>\n") &&
            (!bit_mode || text_buf_appendf(buf, "<div class=\"kpi-sub\">%s</div>\n", spectral_profile_name(profile))) &&
            text_buf_append(buf, "</div>\n") &&
-           text_buf_append(buf,
-                           "<div class=\"kpi\">\n<div class=\"k\">Spectral Fidelity</div>\n<div "
-                           "class=\"v\">&mdash;<small> n/a</small></div>\n</div>\n") &&
+           text_buf_appendf(buf,
+                            "<div class=\"kpi\">\n<div class=\"k\">%s</div>\n<div "
+                            "class=\"v\">&mdash;<small> n/a</small></div>\n</div>\n",
+                            check_row(check_id::spectral).display_name.data()) &&
            text_buf_append(buf, "<div class=\"kpi\">\n<div class=\"k\">THD+N</div>\n<div class=\"v\">") &&
            text_buf_append(buf, "&mdash;<small> skipped</small></div>\n</div>\n") &&
            text_buf_appendf(buf,
@@ -54,26 +52,37 @@ bool append_kpi_grid(text_buf& buf, const report_inputs& in, const gating_summar
                             verdict.overall_pass ? " ok" : "", verdict.overall_pass ? "PASS" : "FAIL");
 }
 
-bool append_navigation(text_buf& buf, const report_inputs& in, const gating_view& counts) {
+// The checks that have a card on this page, in page order, one per anchor: where two
+// checks share a card (bit-exactness and bit accuracy), the first one shown takes it.
+std::vector<const check_info*> checks_on_page(const run_results& res) {
+    std::vector<const check_info*> rows;
+    for (const check_info& row : check_table())
+        if (card_writer_for(row.id) && (row.shown == shown_rule::always || res.of(row.id).ran)) rows.push_back(&row);
+    std::stable_sort(rows.begin(), rows.end(),
+                     [](const check_info* a, const check_info* b) { return a->page_rank < b->page_rank; });
+    std::vector<const check_info*> unique;
+    for (const check_info* row : rows)
+        if (std::none_of(unique.begin(), unique.end(), [&](const check_info* u) { return u->anchor == row->anchor; }))
+            unique.push_back(row);
+    return unique;
+}
+
+bool append_navigation(text_buf& buf, const report_inputs& in, const std::vector<const check_info*>& cards) {
     bool ok = text_buf_append(buf, "<nav class=\"nav-tabs\">\n") &&
-              text_buf_appendf(buf, "<a href=\"#alignment\"%s>Signal Alignment</a>\n", in.align.aligned ? "" : " data-fail");
-    if (ok && in.bitexact_ran) {
-        ok = text_buf_appendf(buf, "<a href=\"#bitexact\"%s>%s</a>\n", fail_attributes(!in.bitexact.pass, counts.bitexact),
-                              "Bit-Exactness");
-    } else if (ok && in.bitaccuracy_ran) {
-        ok = text_buf_appendf(buf, "<a href=\"#bitexact\"%s>%s</a>\n", fail_attributes(!in.bitaccuracy.pass, false),
-                              "Bit Accuracy");
+              text_buf_appendf(buf, "<a href=\"#alignment\"%s>Signal Alignment</a>\n",
+                               in.results->align.aligned ? "" : " data-fail");
+    for (const check_info* row : cards) {
+        const check_status& s = in.results->of(row->id);
+        ok = ok && text_buf_appendf(buf, "<a href=\"#%s\"%s>%s</a>\n", row->anchor.data(),
+                                    fail_attributes(s.ran && !s.passed, counts_against_verdict(s)),
+                                    row->tab_label.data());
     }
     return ok && text_buf_append(buf, "</nav>\n");
 }
 
 bool append_footer(text_buf& buf, const report_inputs& in, std::string_view timestamp) {
-    return text_buf_append(buf, "<footer>\n<div class=\"footer-row-top\">\n") &&
-           text_buf_appendf(buf, "<span><b>Veltrane</b> v%.*s</span>\n", static_cast<int>(in.version.size()),
-                            in.version.data()) &&
-           text_buf_appendf(buf, "<span>report generated %.*s</span>\n</div>\n", static_cast<int>(timestamp.size()),
-                            timestamp.data()) &&
-           append_tester_row(buf, in.tester) && text_buf_append(buf, "</footer>\n");
+    return append_footer_top(buf, in.version, timestamp) && append_tester_row(buf, in.tester) &&
+           text_buf_append(buf, "</footer>\n");
 }
 
 // One row of the Configuration card: check, parameter, value (already formatted), source.
@@ -101,18 +110,20 @@ const char* bit_depth_word(std::uint32_t format_code) {
     }
 }
 
-std::string analysis_mode_name(const report_inputs& in) {
+std::string analysis_mode_name(const run_results& res, std::string_view spectral_profile) {
+    const bool bitexact_gates = res.of(check_id::bitexact).gates;
+    const bool bitaccuracy_ran = res.of(check_id::bit_accuracy).ran;
     std::string mode;
-    if (in.bitexact_gates && in.bitaccuracy_ran)
+    if (bitexact_gates && bitaccuracy_ran)
         mode = "Bit-Exact + Bit Accuracy";
-    else if (in.bitexact_gates)
+    else if (bitexact_gates)
         mode = "Bit-Exact";
-    else if (in.bitaccuracy_ran)
+    else if (bitaccuracy_ran)
         mode = "Bit Accuracy";
     else
-        mode = spectral_profile_name(in.config ? in.config->text(param_id::spectral_profile) : std::string());
-    if (in.time_domain_ran) mode += " + Deepscan";
-    if (in.impulse_ran) mode += " + Impulse";
+        mode = spectral_profile_name(spectral_profile);
+    if (res.of(check_id::time_domain).ran) mode += " + Deepscan";
+    if (res.of(check_id::impulse_template).ran) mode += " + Impulse";
     return mode;
 }
 
@@ -151,16 +162,19 @@ bool append_tester_row(text_buf& buf, const tester_identity& tester) {
 }
 
 bool append_configuration_card(text_buf& buf, const report_inputs& in) {
-    const run_config& cfg = *in.config;
+    const run_config& cfg = *in.run->config;
+    const run_results& res = *in.results;
     auto source = [&](param_id id) { return param_source_label(cfg.source(id)); };
     char value[160];
     auto fmt = [&](const char* format, auto... args) -> const char* {
         std::snprintf(value, sizeof value, format, args...);
         return value;
     };
-    const char* sf = "Spectral Fidelity";
-    const char* lf = "Level Fidelity";
-    const char* ad = "Artifact Detection";
+    const char* sf = check_row(check_id::spectral).display_name.data();
+    const char* lf = check_row(check_id::levelfidelity).display_name.data();
+    const char* ad = check_row(check_id::artifact).display_name.data();
+    const check_status& bitexact = res.of(check_id::bitexact);
+    const check_status& bit_accuracy = res.of(check_id::bit_accuracy);
     bool ok = text_buf_append(buf,
                               "<section class=\"card\" id=\"configuration\">\n<div class=\"card-head\">\n<div "
                               "class=\"htext\"><h3>Configuration</h3><span class=\"sub\">resolved parameters this run "
@@ -208,37 +222,33 @@ bool append_configuration_card(text_buf& buf, const report_inputs& in) {
     ok = ok && config_row(buf, ad, "Minimum Whole-File Severity",
                           fmt("%.4g&times;", cfg.number(param_id::artifact_min_global_severity)),
                           source(param_id::artifact_min_global_severity));
-    ok = ok && config_row(buf, "Bit-Exactness", "Gating", in.bitexact_gates ? "enabled" : "disabled", in.bitexact_gating_label);
-    ok = ok && config_row(buf, "Bit Accuracy", "Enabled", in.bitaccuracy_ran ? "yes" : "no", in.bitaccuracy_label);
+    ok = ok && config_row(buf, check_row(check_id::bitexact).display_name.data(), "Gating",
+                          bitexact.gates ? "enabled" : "disabled", bitexact.gating_label);
+    ok = ok && config_row(buf, check_row(check_id::bit_accuracy).display_name.data(), "Enabled",
+                          bit_accuracy.ran ? "yes" : "no", bit_accuracy.gating_label);
     return ok && text_buf_append(buf, "</table></div>\n</div>\n</section>\n");
 }
 
 bool append_report_page(text_buf& buf, const report_inputs& in, std::string_view timestamp) {
-    // The verdict view is taken once and shared by the KPI tiles and the navigation.
-    const gating_inputs gating = gating_inputs_from(in);
-    const gating_summary verdict = collect_gating_failures(gating);
-    const gating_view counts = gating_failures_by_check(gating);
-    const std::string stem = file_stem(in.ref_path, title_stem_buffer_size);
-    const bool bit_card = in.bitexact_ran || in.bitaccuracy_ran;
-
-    return text_buf_append(buf,
-                           "<!doctype html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<meta "
-                           "name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n<title>") &&
-           text_buf_append_html(buf, stem.c_str()) && text_buf_append(buf, " -- Veltrane Report</title>\n") &&
-           append_style_block(buf) && text_buf_append(buf, "</head>\n<body>\n<div class=\"dash\">\n") &&
-           append_top_bar_open(buf, "Veltrane Report") &&
-           text_buf_appendf(buf, "<b>v%.*s</b></div>\n", static_cast<int>(in.version.size()), in.version.data()) &&
-           append_theme_toggle(buf) && text_buf_append(buf, "</div>\n</div>\n") && append_signal_row(buf, in) &&
-           append_kpi_grid(buf, in, verdict) &&
-           (!(in.bitexact_ran && !in.bitexact_gates && !in.bitexact.pass) ||
-            text_buf_append(buf,
-                            "<div class=\"kpi-note\">Bit-Exactness failed but is not gating the overall verdict "
-                            "&mdash; run with <code>--bitexact</code> to require an exact match. See the "
-                            "Bit-Exactness section below for details.</div>\n")) &&
-           append_navigation(buf, in, counts) &&
-           // Cards in page order.
-           append_alignment_card(buf, in) && (!bit_card || append_bit_card(buf, in)) &&
-           append_configuration_card(buf, in) && append_footer(buf, in, timestamp) && text_buf_append(buf, "</div>\n") &&
+    const run_results& res = *in.results;
+    const check_status& bitexact = res.of(check_id::bitexact);
+    const std::string stem = file_stem(in.run->ref_path, title_stem_buffer_size);
+    const std::vector<const check_info*> cards = checks_on_page(res);
+    text_buf title;
+    text_buf_init(title);
+    bool ok = text_buf_append_html(title, stem.c_str()) &&
+              append_page_head(buf, text_buf_view(title), " -- Veltrane Report", "Veltrane Report", in.version) &&
+              append_signal_row(buf, in) && append_kpi_grid(buf, in) &&
+              (!(bitexact.ran && !bitexact.gates && !bitexact.passed) ||
+               text_buf_append(buf,
+                               "<div class=\"kpi-note\">Bit-Exactness failed but is not gating the overall verdict "
+                               "&mdash; run with <code>--bitexact</code> to require an exact match. See the "
+                               "Bit-Exactness section below for details.</div>\n")) &&
+              append_navigation(buf, in, cards) && append_alignment_card(buf, in);
+    text_buf_free(title);
+    for (const check_info* row : cards) ok = ok && card_writer_for(row->id)(buf, in);
+    return ok && append_configuration_card(buf, in) && append_footer(buf, in, timestamp) &&
+           text_buf_append(buf, "</div>\n") &&
            text_buf_append(buf, "<script type=\"application/json\" id=\"veltrane-results\">\n") &&
            text_buf_append(buf, std::string_view(escape_script_close(in.results_json))) &&
            text_buf_append(buf, "\n</script>\n") && append_theme_script(buf) &&

@@ -11,7 +11,7 @@ namespace veltrane {
 
 // "Bit-Exact + Bit Accuracy", "Bit-Exact", "Bit Accuracy" or the spectral profile's name,
 // plus " + Deepscan" / " + Impulse" for the optional checks that ran.
-std::string analysis_mode_name(const report_inputs& in);
+std::string analysis_mode_name(const run_results& res, std::string_view spectral_profile);
 
 // "Frequency Sweep", "Amplitude Sweep" or "Frequency Domain".
 const char* spectral_profile_name(std::string_view profile);

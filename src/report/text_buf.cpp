@@ -9,8 +9,6 @@
 namespace veltrane {
 namespace {
 
-std::uint64_t allocation_limit = 0;  // 0: no limit (see text_buf_set_allocation_limit)
-
 // Capacity for `need` bytes: the smallest power of two that is at least 256 and at least
 // `need`, reached by doubling the current capacity (or starting from 256). 0 when no such
 // capacity is representable.
@@ -30,7 +28,6 @@ bool reserve(text_buf& buf, std::uint64_t added) {
     if (buf.cap >= need) return true;
     std::uint64_t next = grown_capacity(buf.cap, need);
     if (next == 0 || next > std::numeric_limits<std::size_t>::max()) return false;
-    if (allocation_limit != 0 && next > allocation_limit) return false;
     std::unique_ptr<char[]> storage;
     try {
         storage.reset(new char[static_cast<std::size_t>(next)]);
@@ -122,10 +119,6 @@ bool text_buf_append_html(text_buf& buf, const char* text) {
 
 bool text_buf_append_html_path(text_buf& buf, const char* text) {
     return append_escaped(buf, text, true);
-}
-
-void text_buf_set_allocation_limit(std::uint64_t bytes) {
-    allocation_limit = bytes;
 }
 
 }  // namespace veltrane

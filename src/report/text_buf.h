@@ -53,9 +53,4 @@ bool text_buf_append_html(text_buf& buf, const char* text);
 // wrap at their separators: C:\a\b.wav -> C:\<wbr>a\<wbr>b.wav.
 bool text_buf_append_html_path(text_buf& buf, const char* text);
 
-// Test hook: allocations of more than `bytes` fail as if memory were exhausted (0 lifts
-// the limit, the default). Lets tests reach the out-of-memory paths deterministically,
-// which a real allocation failure (and the sanitizers' allocator) does not allow.
-void text_buf_set_allocation_limit(std::uint64_t bytes);
-
 }  // namespace veltrane

@@ -1,40 +1,21 @@
 // Sizes stored in a WAV file are untrusted: a header claiming far more than the file holds
-// must be refused before anything is allocated for it. This binary's operator new records
-// the largest request while a decode runs.
+// must be refused before anything is allocated for it. The test binary's operator new
+// records the largest request while a decode runs.
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <new>
-
 #include "audio/wav.h"
+#include "support/allocation.h"
 #include "support/wav_bytes.h"
-
-namespace {
-std::atomic<bool> tracking{false};
-std::atomic<std::size_t> largest_request{0};
-}  // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    if (tracking && size > largest_request) largest_request = size;
-    if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-    throw std::bad_alloc();
-}
-// Not inlined, so the compiler does not pair the free() with a built-in operator new.
-[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace veltrane::test {
 namespace {
 
 std::size_t largest_allocation_decoding(const bytes& file, wav_failure expected) {
     wav_audio audio;
-    largest_request = 0;
-    tracking = true;
+    allocation_tracker tracker;
     const wav_failure failure = wav_decode(file, audio).failure;
-    tracking = false;
     EXPECT_EQ(failure, expected);
-    return largest_request;
+    return tracker.largest();
 }
 
 TEST(WavReaderAllocation, HugeClaimedSizesAllocateNothingLarge) {

@@ -2,53 +2,49 @@
 
 #include <gtest/gtest.h>
 
+#include "checks/run_results.h"
+
 namespace veltrane {
 namespace {
 
-TEST(Gating, DefaultsPass) {
-    gating_summary s = collect_gating_failures(gating_inputs{});
+// A record in which the named checks ran with the given gating and verdict.
+struct outcome {
+    check_id id;
+    bool gates;
+    bool passed;
+};
+run_results record(std::initializer_list<outcome> outcomes) {
+    run_results r;
+    for (const outcome& o : outcomes) r.of(o.id) = {true, o.gates, o.passed, ""};
+    return r;
+}
+
+TEST(Gating, OnlyChecksThatRanGateAndFailedCount) {
+    EXPECT_TRUE(collect_gating_failures(run_results{}).overall_pass);
+    // Ran and failed without gating (bit-exactness by default, loudness reference-only,
+    // bit accuracy always), or did not run at all: the verdict stays PASS.
+    run_results r = record({{check_id::bitexact, false, false},
+                            {check_id::loudness, false, false},
+                            {check_id::bit_accuracy, false, false}});
+    r.of(check_id::distortion).passed = false;  // not run
+    gating_summary s = collect_gating_failures(r);
     EXPECT_TRUE(s.overall_pass);
     EXPECT_EQ(s.failure_count, 0u);
     EXPECT_EQ(s.failure_ids, "");
-    EXPECT_EQ(s.failure_names, "");
-}
-
-TEST(Gating, NonGatingAndSkippedChecksNeverFail) {
-    gating_inputs in;
-    in.bitexact_ran = true;  // ran and failed, but does not gate
-    in.bitexact_passed = false;
-    in.level_gates = false;
-    in.level_passed = false;
-    in.artifact_gates = false;
-    in.artifact_passed = false;
-    in.loudness_ran = true;  // reference only by default
-    in.loudness_passed = false;
-    in.distortion_passed = false;  // did not run
-    in.time_domain_passed = false;
-    in.impulse_template_passed = false;
-    EXPECT_TRUE(collect_gating_failures(in).overall_pass);
-    in.loudness_gates = true;
-    gating_summary s = collect_gating_failures(in);
+    r.of(check_id::loudness).gates = true;
+    s = collect_gating_failures(r);
     EXPECT_FALSE(s.overall_pass);
     EXPECT_EQ(s.failure_ids, "loudness");
     EXPECT_EQ(s.failure_names, "Loudness");
 }
 
 TEST(Gating, ListsEveryFailureInFixedOrder) {
-    gating_inputs in;
-    in.length_mismatch_failed = true;
-    in.bitexact_ran = in.bitexact_gates = true;
-    in.bitexact_passed = false;
-    in.level_passed = in.artifact_passed = in.spectral_passed = false;
-    in.distortion_ran = true;
-    in.distortion_passed = false;
-    in.loudness_ran = in.loudness_gates = true;
-    in.loudness_passed = false;
-    in.time_domain_ran = true;
-    in.time_domain_passed = false;
-    in.impulse_template_ran = true;
-    in.impulse_template_passed = false;
-    gating_summary s = collect_gating_failures(in);
+    run_results r;
+    for (const check_info& row : check_table()) r.of(row.id) = {true, true, false, ""};
+    gating_summary s = collect_gating_failures(r);
+    EXPECT_EQ(s.failure_count, 10u);  // every row, bit accuracy included once it gates
+    r.of(check_id::bit_accuracy).gates = false;
+    s = collect_gating_failures(r);
     EXPECT_EQ(s.failure_count, 9u);
     EXPECT_EQ(s.failure_ids,
               "length_mismatch,bitexact,levelfidelity,artifact,spectral,distortion,loudness,time_domain,"
@@ -56,15 +52,18 @@ TEST(Gating, ListsEveryFailureInFixedOrder) {
     EXPECT_EQ(s.failure_names,
               "Length Mismatch, Bit-Exactness, Level Fidelity, Artifact Detection, Spectral Fidelity, Distortion, "
               "Loudness, Time Domain, Impulse Template");
-}
 
-TEST(Gating, LengthAndSpectralTogether) {
-    gating_inputs in;
-    in.length_mismatch_failed = true;
-    in.spectral_passed = false;
-    gating_summary s = collect_gating_failures(in);
+    s = collect_gating_failures(record({{check_id::spectral, true, false}, {check_id::length_mismatch, true, false}}));
     EXPECT_EQ(s.failure_ids, "length_mismatch,spectral");
     EXPECT_EQ(s.failure_names, "Length Mismatch, Spectral Fidelity");
+}
+
+TEST(Gating, ListsAreCutToTheirBuffers) {
+    gating_summary s;
+    for (int i = 0; i < 40; ++i) add_gating_failure(s, "impulse_template", "Impulse Template");
+    EXPECT_EQ(s.failure_count, 40u);
+    EXPECT_EQ(s.failure_ids.size(), gating_ids_buffer_size - 1);
+    EXPECT_EQ(s.failure_names.size(), gating_names_buffer_size - 1);
 }
 
 }  // namespace

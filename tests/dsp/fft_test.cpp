@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "dsp/amplitude.h"
+#include "support/allocation.h"
 #include "support/reference_fft.h"
 
 namespace veltrane {
@@ -112,6 +113,21 @@ TEST(Spectrum, SilenceReadsTheFloorOfEachForm) {
     amplitude_spectrum(a, 0, 0, 1024, chart, spectrum_form::db_chart);
     for (double v : check) EXPECT_EQ(v, -200.0);
     for (double v : chart) EXPECT_EQ(v, -140.0);
+}
+
+TEST(Spectrum, WithoutItsWorkBufferEveryBinReadsNoLevel) {
+    const std::uint64_t n = 4096;
+    wav_audio a = mono(std::vector<double>(n, 0.5));
+    std::vector<double> check(n / 2, 1.0), chart(n / 2, 1.0), lin(n / 2, 1.0);
+    test::allocation_limit limit(n * sizeof(complex_value) - 1);
+    amplitude_spectrum(a, 0, 0, n, check, spectrum_form::db_check);
+    amplitude_spectrum(a, 0, 0, n, chart, spectrum_form::db_chart);
+    amplitude_spectrum(a, 0, 0, n, lin, spectrum_form::linear);
+    for (std::uint64_t k = 0; k < n / 2; ++k) {
+        EXPECT_EQ(check[k], -200.0);
+        EXPECT_EQ(chart[k], -140.0);
+        EXPECT_EQ(lin[k], 0.0);
+    }
 }
 
 TEST(Spectrum, ShiftedHannWindow) {

@@ -8,6 +8,7 @@
 #include "report/error_page.h"
 #include "report/page_blocks.h"
 #include "report/resources.h"
+#include "support/allocation.h"
 #include "support/temp_dir.h"
 #include "support/wav_bytes.h"
 
@@ -141,9 +142,10 @@ TEST(ErrorPage, WritesTheWholePageOrNothing) {
     EXPECT_EQ(page.substr(stamp + 23 + 19, 12), " UTC</span>\n");  // "YYYY-MM-DD HH:MM:SS UTC"
 
     EXPECT_FALSE(write_error_page(dir.file("missing/err.html"), info));
-    text_buf_set_allocation_limit(1024);  // the page cannot be built: nothing is written
-    EXPECT_FALSE(write_error_page(dir.file("small.html"), info));
-    text_buf_set_allocation_limit(0);
+    {
+        test::allocation_limit small(1024);  // the page cannot be built: nothing is written
+        EXPECT_FALSE(write_error_page(dir.file("small.html"), info));
+    }
     EXPECT_FALSE(std::filesystem::exists(dir.file("small.html")));
 }
 

@@ -65,27 +65,32 @@ TEST(ReportPage, WordsForFormatsAndModes) {
     EXPECT_STREQ(bit_depth_word(320), "64-bit float");
     EXPECT_STREQ(bit_depth_word(288), "32-bit float");
     EXPECT_STREQ(bit_depth_word(8), "unknown");
-    report_inputs in;
-    EXPECT_EQ(analysis_mode_name(in), "Frequency Domain");
-    in.bitaccuracy_ran = true;
-    in.time_domain_ran = true;
-    EXPECT_EQ(analysis_mode_name(in), "Bit Accuracy + Deepscan");
-    in.bitexact_gates = true;
-    in.impulse_ran = true;
-    EXPECT_EQ(analysis_mode_name(in), "Bit-Exact + Bit Accuracy + Deepscan + Impulse");
+    run_results res;
+    EXPECT_EQ(analysis_mode_name(res, "multitone"), "Frequency Domain");
+    EXPECT_EQ(analysis_mode_name(res, "amp_sweep"), "Amplitude Sweep");
+    res.of(check_id::bit_accuracy).ran = true;
+    res.of(check_id::time_domain).ran = true;
+    EXPECT_EQ(analysis_mode_name(res, "freq_sweep"), "Bit Accuracy + Deepscan");
+    res.of(check_id::bitexact).gates = true;
+    res.of(check_id::impulse_template).ran = true;
+    EXPECT_EQ(analysis_mode_name(res, ""), "Bit-Exact + Bit Accuracy + Deepscan + Impulse");
 }
 
 TEST(ReportCards, StereoAlignmentWithBorrowedChannel) {
     wav_audio ref;
     ref.sample_rate = 48000;
     ref.channels = 2;
+    run_inputs run;
+    run.ref = &ref;
+    run_results res;
+    res.align.channels = 2;
+    res.align.aligned = true;
+    res.align.file_offset = 7;
+    res.align.channel[0] = {true, 7, 0.987, true, false, align_state::silent_borrowed};
+    res.align.channel[1] = {true, 7, 0.987, false, false, align_state::measured};
     report_inputs in;
-    in.ref_audio = &ref;
-    in.align.channels = 2;
-    in.align.aligned = true;
-    in.align.file_offset = 7;
-    in.align.channel[0] = {true, 7, 0.987, true, false, align_state::silent_borrowed};
-    in.align.channel[1] = {true, 7, 0.987, false, false, align_state::measured};
+    in.run = &run;
+    in.results = &res;
     std::string card = built(append_alignment_card, in);
     EXPECT_NE(card.find("<div class=\"align-gauge-caption\">File Offset 7 smp (0.15 ms) &middot; Disagreement 0 smp</div>"),
               std::string::npos);
@@ -94,32 +99,6 @@ TEST(ReportCards, StereoAlignmentWithBorrowedChannel) {
               std::string::npos);
     EXPECT_NE(card.find("<span class=\"align-gauge-num\">0.987</span>"), std::string::npos);
     EXPECT_EQ(card.find("R: "), std::string::npos);
-}
-
-TEST(ReportCards, BitCardRateAndTiles) {
-    wav_audio ref;
-    ref.sample_rate = 48000;
-    report_inputs in;
-    in.ref_audio = &ref;
-    in.bitexact_ran = true;
-    in.bitexact.samples_compared = 1000000;
-    in.bitexact.samples_differing = 3;
-    in.bitexact.first_diff_frame = 480;
-    in.bitexact.worst_diff_frame = 480;
-    in.bitexact.first_diff_ref_value = 0.5;
-    in.bitexact.first_diff_dut_value = 0.25;
-    in.bitaccuracy_ran = true;
-    in.bitaccuracy_tolerance_db = 108.0;
-    in.bitaccuracy.worst_diff_frame = 480;
-    std::string card = built(append_bit_card, in);
-    EXPECT_NE(card.find("3 <span class=\"pct\">of 1000000 &middot; 0.0003%</span>"), std::string::npos);
-    EXPECT_NE(card.find("<div class=\"k\">First Diff</div><div class=\"v\">frame 480 (10.00 ms)</div>\n<div "
-                        "class=\"v-sub\">ref 0.500000 &rarr; dut 0.250000 &middot; <span class=\"delta\">&Delta; "
-                        "0.250000</span>"),
-              std::string::npos);
-    EXPECT_EQ(card.find("Worst Diff"), std::string::npos);  // same spot as the first difference
-    EXPECT_NE(card.find("108.00 dB tolerance &middot; same location as above"), std::string::npos);
-    EXPECT_NE(card.find("style=\"width: 0.2%;\""), std::string::npos);
 }
 
 }  // namespace

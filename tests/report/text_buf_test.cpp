@@ -5,6 +5,7 @@
 #include <string>
 
 #include "report/text_buf.h"
+#include "support/allocation.h"
 
 namespace veltrane {
 namespace {
@@ -15,11 +16,7 @@ std::string escaped(bool (*escape)(text_buf&, const char*), const char* text) {
     return std::string(text_buf_view(b));
 }
 
-// Sets the test allocation limit and lifts it again however the test ends.
-struct allocation_limit {
-    explicit allocation_limit(std::uint64_t bytes) { text_buf_set_allocation_limit(bytes); }
-    ~allocation_limit() { text_buf_set_allocation_limit(0); }
-};
+using test::allocation_limit;
 
 TEST(TextBuf, CapacityIsSmallestPowerOfTwoFromTwoHundredFiftySix) {
     for (auto [first, cap] : {std::pair<std::size_t, std::uint64_t>{1, 256}, {255, 256}, {256, 512}, {511, 512},
@@ -86,7 +83,7 @@ TEST(TextBuf, AllocationFailureKeepsEarlierContents) {
     EXPECT_TRUE(text_buf_view(b).ends_with("c1234567890"));
     EXPECT_EQ(b.data[b.len], '\0');
 
-    text_buf_set_allocation_limit(128);  // a fresh buffer that cannot allocate stays empty
+    allocation_limit none(128);  // a fresh buffer that cannot allocate stays empty
     text_buf fresh;
     EXPECT_FALSE(text_buf_append_char(fresh, 'x'));
     EXPECT_TRUE(fresh.data == nullptr && fresh.cap == 0);
