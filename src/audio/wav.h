@@ -17,6 +17,13 @@ namespace veltrane {
 // Added to the bit depth in format_code when the samples are IEEE float.
 inline constexpr std::uint32_t wav_float_flag = 256;
 
+// Full-scale divisors of the integer formats: a stored code c reads as c / (2^(bits-1) - 1),
+// so the largest positive code is exactly 1.0. The writer scales by the same values and the
+// bit comparison counts differences in these steps.
+inline constexpr double wav_full_scale_16 = 32767.0;       // 2^15 - 1
+inline constexpr double wav_full_scale_24 = 8388607.0;     // 2^23 - 1
+inline constexpr double wav_full_scale_32 = 2147483647.0;  // 2^31 - 1
+
 struct wav_audio {
     std::uint32_t sample_rate = 0;
     std::uint32_t channels = 0;

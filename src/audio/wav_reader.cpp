@@ -37,9 +37,6 @@ constexpr std::uint16_t tag_float = 3;
 constexpr std::uint16_t tag_extensible = 0xFFFE;
 
 // Integer codes are divided by 2^(bits-1) - 1 so the most positive code reads as +1.0.
-constexpr double divisor_16 = 32767.0;       // 2^15 - 1
-constexpr double divisor_24 = 8388607.0;     // 2^23 - 1
-constexpr double divisor_32 = 2147483647.0;  // 2^31 - 1
 
 // Exponent fields of IEEE single and double precision; all ones means infinity or NaN.
 constexpr std::uint32_t float_exponent_mask = 0x7F800000u;
@@ -104,7 +101,7 @@ std::size_t convert_samples(const std::uint8_t* src, std::size_t count, const fo
         switch (fmt.bits) {
         case 16:
             for (std::size_t i = 0; i < count; ++i)
-                dst[i] = static_cast<std::int16_t>(le16(src + 2 * i)) / divisor_16;
+                dst[i] = static_cast<std::int16_t>(le16(src + 2 * i)) / wav_full_scale_16;
             break;
         case 24:
             for (std::size_t i = 0; i < count; ++i) {
@@ -114,12 +111,12 @@ std::size_t convert_samples(const std::uint8_t* src, std::size_t count, const fo
                 const std::uint32_t top = (static_cast<std::uint32_t>(p[0]) << 8) |
                                           (static_cast<std::uint32_t>(p[1]) << 16) |
                                           (static_cast<std::uint32_t>(p[2]) << 24);
-                dst[i] = (static_cast<std::int32_t>(top) >> 8) / divisor_24;
+                dst[i] = (static_cast<std::int32_t>(top) >> 8) / wav_full_scale_24;
             }
             break;
         default:  // 32
             for (std::size_t i = 0; i < count; ++i)
-                dst[i] = static_cast<std::int32_t>(le32(src + 4 * i)) / divisor_32;
+                dst[i] = static_cast<std::int32_t>(le32(src + 4 * i)) / wav_full_scale_32;
             break;
         }
         return count;

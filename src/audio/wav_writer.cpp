@@ -14,12 +14,8 @@ namespace {
 // enough that the number of writes is small and small enough to stay in cache.
 constexpr std::size_t block_samples = 65536;
 
-// Scale factors equal the reader's divisors, 2^(bits-1) - 1, so integer codes survive a
-// read and a write unchanged (the most negative one comes back one step higher).
-constexpr double scale_16 = 32767.0;
-constexpr double scale_24 = 8388607.0;
-constexpr double scale_32 = 2147483647.0;
-
+// Integer codes are scaled by the reader's full-scale divisors (wav_full_scale_*), so they
+// survive a read and a write unchanged (the most negative one comes back one step higher).
 void put16(std::vector<std::uint8_t>& b, std::uint32_t v) {
     b.push_back(static_cast<std::uint8_t>(v));
     b.push_back(static_cast<std::uint8_t>(v >> 8));
@@ -116,7 +112,7 @@ void encode_pcm_samples(std::uint32_t bits, std::span<const double> samples, std
         out.resize(start + 2 * samples.size());
         std::uint8_t* p = out.data() + start;
         for (double x : samples) {
-            const auto u = static_cast<std::uint32_t>(to_code(x, scale_16, -32768, 32767));
+            const auto u = static_cast<std::uint32_t>(to_code(x, wav_full_scale_16, -32768, 32767));
             p[0] = static_cast<std::uint8_t>(u);
             p[1] = static_cast<std::uint8_t>(u >> 8);
             p += 2;
@@ -128,7 +124,7 @@ void encode_pcm_samples(std::uint32_t bits, std::span<const double> samples, std
         std::uint8_t* p = out.data() + start;
         for (double x : samples) {
             // The low three bytes of the two's-complement value.
-            const auto u = static_cast<std::uint32_t>(to_code(x, scale_24, -8388608, 8388607));
+            const auto u = static_cast<std::uint32_t>(to_code(x, wav_full_scale_24, -8388608, 8388607));
             p[0] = static_cast<std::uint8_t>(u);
             p[1] = static_cast<std::uint8_t>(u >> 8);
             p[2] = static_cast<std::uint8_t>(u >> 16);
@@ -140,7 +136,7 @@ void encode_pcm_samples(std::uint32_t bits, std::span<const double> samples, std
         out.resize(start + 4 * samples.size());
         std::uint8_t* p = out.data() + start;
         for (double x : samples) {
-            const auto u = static_cast<std::uint32_t>(to_code(x, scale_32, INT32_MIN, INT32_MAX));
+            const auto u = static_cast<std::uint32_t>(to_code(x, wav_full_scale_32, INT32_MIN, INT32_MAX));
             p[0] = static_cast<std::uint8_t>(u);
             p[1] = static_cast<std::uint8_t>(u >> 8);
             p[2] = static_cast<std::uint8_t>(u >> 16);

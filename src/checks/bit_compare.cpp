@@ -15,9 +15,9 @@ double lsb_scale(const wav_audio& ref, const wav_audio& dut, bool& float_mode) {
     float_mode = wav_is_float(ref) || wav_is_float(dut);
     if (float_mode) return bit_scale_float;
     switch (wav_bit_depth(dut)) {
-        case 32: return bit_scale_32;
-        case 24: return bit_scale_24;
-        default: return bit_scale_16;
+        case 32: return wav_full_scale_32;
+        case 24: return wav_full_scale_24;
+        default: return wav_full_scale_16;
     }
 }
 

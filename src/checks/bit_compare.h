@@ -59,12 +59,9 @@ struct bit_compare_result {
 inline constexpr double bit_compare_no_error_db = -999.0;
 
 // LSB scales. Float input (either file) is measured in 24-bit steps, 2^23 - 1; integer
-// input uses the DUT's depth with the reader's own divisors 2^(bits-1) - 1, so differences
-// are differences of the stored integer codes.
-inline constexpr double bit_scale_float = 8388607.0;   // 2^23 - 1
-inline constexpr double bit_scale_32 = 2147483647.0;   // 2^31 - 1
-inline constexpr double bit_scale_24 = 8388607.0;      // 2^23 - 1
-inline constexpr double bit_scale_16 = 32767.0;        // 2^15 - 1
+// input uses the DUT's depth with the reader's own full-scale divisors 2^(bits-1) - 1, so
+// differences are differences of the stored integer codes.
+inline constexpr double bit_scale_float = wav_full_scale_24;
 
 // Compares every overlapping sample of `ref` and `dut` (channels taken from the
 // reference; both must have the same channel count, else nothing is compared).

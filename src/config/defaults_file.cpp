@@ -130,9 +130,8 @@ plot_spectrum_settings resolve_plot_spectrum_settings(const defaults_record& def
         if (!is_supported_fft_size(s.fft_size)) {
             char line[200];
             std::snprintf(line, sizeof line,
-                          "error: spectral_fidelity.fft_size %zu not supported -- must be one of 1024, 2048, 4096, "
-                          "8192, 16384, 32768\n",
-                          static_cast<std::size_t>(s.fft_size));
+                          "error: spectral_fidelity.fft_size %zu not supported -- must be one of %s\n",
+                          static_cast<std::size_t>(s.fft_size), supported_fft_sizes_text().c_str());
             s.error_message = line;
         }
     } else {

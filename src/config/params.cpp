@@ -58,6 +58,12 @@ scaled_default builtin_for_rate(std::int64_t base_at_48k, std::uint32_t sample_r
     return {static_cast<std::int64_t>(scaled), param_source::builtin_for_rate};
 }
 
+std::string supported_fft_sizes_text() {
+    std::string text;
+    for (std::int64_t size : supported_fft_sizes) text += (text.empty() ? "" : ", ") + std::to_string(size);
+    return text;
+}
+
 bool is_supported_fft_size(std::int64_t size) {
     for (std::int64_t s : supported_fft_sizes) {
         if (s == size) return true;

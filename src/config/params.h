@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
 
 namespace veltrane {
@@ -417,6 +418,8 @@ scaled_default builtin_for_rate(std::int64_t base_at_48k, std::uint32_t sample_r
 // The FFT sizes the spectral and distortion checks support.
 inline constexpr std::array<std::int64_t, 6> supported_fft_sizes{1024, 2048, 4096, 8192, 16384, 32768};
 bool is_supported_fft_size(std::int64_t size);
+// The supported sizes as messages list them: "1024, 2048, 4096, 8192, 16384, 32768".
+std::string supported_fft_sizes_text();
 
 // The FFT size used when no file sets spectral_fidelity.fft_size: 8192 up to 48000 Hz,
 // 16384 up to 96000 Hz, 32768 above; then, while above 8192, kept (builtin_for_rate)

@@ -292,9 +292,9 @@ std::optional<std::string> validate_run_config(const run_config& cfg) {
     std::int64_t fft_size = cfg.integer(param_id::spectral_fft_size);
     if (!is_supported_fft_size(fft_size)) {
         return format_line(
-            "error: spectral_fidelity.fft_size %zu not supported -- must be one of 1024, 2048, 4096, 8192, 16384, "
-            "32768 (also used by Distortion, which reads this same field)\n",
-            static_cast<std::size_t>(fft_size));
+            "error: spectral_fidelity.fft_size %zu not supported -- must be one of %s (also used by Distortion, which "
+            "reads this same field)\n",
+            static_cast<std::size_t>(fft_size), supported_fft_sizes_text().c_str());
     }
     if (profile != profile_freq_domain && profile != profile_freq_sweep && profile != profile_amp_sweep) {
         return format_line(

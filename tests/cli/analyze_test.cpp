@@ -51,17 +51,6 @@ struct pair_dir {
     }
 };
 
-// Keys of a flat results document, in order.
-std::vector<std::string> json_keys(const std::string& doc) {
-    std::vector<std::string> keys;
-    std::istringstream in(doc);
-    for (std::string l; std::getline(in, l);) {
-        if (l.rfind("    \"", 0) != 0) continue;
-        keys.push_back(l.substr(5, l.find('"', 5) - 5));
-    }
-    return keys;
-}
-
 // The value text of `key` (without a trailing comma), or "<missing>".
 std::string json_value(const std::string& doc, const std::string& key) {
     const std::string prefix = "\n    \"" + key + "\": ";
@@ -81,34 +70,12 @@ TEST(Analyze, IdenticalFilesPass) {
     EXPECT_EQ(r.err, status_lines);
     std::string json = p.dir.file("report.json");
     EXPECT_EQ(r.out, "wrote " + p.html + " + " + json + " (overall: PASS)\n");
+    // The page embeds the document written beside it (both are compared whole with their
+    // goldens elsewhere).
     std::string page = slurp(p.html);
-    EXPECT_TRUE(page.starts_with("<!doctype html>\n<html lang=\"en\">\n"));
-    EXPECT_NE(page.find("<title>ref -- Veltrane Report</title>"), std::string::npos);
-    EXPECT_NE(page.find("<div class=\"kpi verdict ok\">"), std::string::npos);
-    EXPECT_TRUE(page.ends_with("</body>\n</html>\n"));
-
     std::string doc = slurp(json);
-    EXPECT_TRUE(doc.starts_with("{\n    \"veltrane_phase\": 2,\n    \"status\": \"analyzed\",\n"));
-    EXPECT_TRUE(doc.ends_with("\n}\n"));
-    EXPECT_EQ(doc.find(",\n}"), std::string::npos);
-    // The page embeds the same document.
     EXPECT_NE(page.find("<script type=\"application/json\" id=\"veltrane-results\">\n" + doc + "\n</script>\n"),
               std::string::npos);
-    const std::vector<std::string> expected = {
-        "veltrane_phase", "status", "overall_verdict", "gating_failure_count", "gating_failures", "ref_file",
-        "dut_file", "sample_rate", "ref_channels", "dut_channels", "ref_bit_depth", "dut_bit_depth",
-        "ref_sample_format", "dut_sample_format", "ref_frame_count", "dut_frame_count", "align_file_offset",
-        "align_disagreement_samples", "align_channel_0_confidence", "align_channel_0_offset", "align_channel_0_state",
-        "align_channel_0_ref_silent", "align_channel_0_dut_silent", "align_channel_1_confidence",
-        "align_channel_1_offset", "align_channel_1_state", "align_channel_1_ref_silent", "align_channel_1_dut_silent",
-        "length_mismatch_verdict", "length_mismatch_ref_uncovered_pct", "length_mismatch_ref_uncovered_samples",
-        "bitexact_verdict", "bitexact_samples_compared", "bitexact_samples_differing", "bitexact_max_error_db"};
-    EXPECT_EQ(json_keys(doc), expected);
-    EXPECT_EQ(json_value(doc, "gating_failures"), "\"\"");
-    EXPECT_EQ(json_value(doc, "gating_failure_count"), "0");
-    EXPECT_EQ(json_value(doc, "bitexact_max_error_db"), "-999.000000");
-    EXPECT_EQ(json_value(doc, "align_channel_0_confidence"), "1.000000");
-    EXPECT_EQ(json_value(doc, "align_channel_1_state"), "\"measured\"");
 }
 
 TEST(Analyze, DelayedCaptureIsAlignedAndPasses) {
