@@ -48,6 +48,11 @@ bool append_theme_script(text_buf& buf) {
            text_buf_append(buf, "</script>\n");
 }
 
+bool append_chart_script(text_buf& buf) {
+    return text_buf_append(buf, "<script>\n") && text_buf_append(buf, report_resource("chart.js")) &&
+           text_buf_append(buf, "</script>\n");
+}
+
 bool append_top_bar_open(text_buf& buf, std::string_view product_name) {
     return text_buf_append(buf, "<div class=\"topbar\">\n<div class=\"brand\">\n<span class=\"glyph\">") &&
            text_buf_append(buf, brand_glyph_svg) && text_buf_append(buf, "</span>\n<span class=\"name\">") &&

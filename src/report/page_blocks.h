@@ -23,6 +23,10 @@ bool append_theme_toggle(text_buf& buf);
 // choice in local storage under "veltrane-report-theme".
 bool append_theme_script(text_buf& buf);
 
+// "<script>\n", the chart script (resources/chart.js), "</script>\n": redraws every chart from
+// its data island and gives it zoom, pan, box zoom, reset and the trace toggle.
+bool append_chart_script(text_buf& buf);
+
 // Opens the top bar, byte for byte the same on every page: the brand block with its
 // glyph and `product_name` ("Veltrane Report", "Veltrane Plot"; a program text, written
 // unescaped), ending in "<div class=\"right\">\n<div class=\"meta\">". The caller continues

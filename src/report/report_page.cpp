@@ -251,7 +251,7 @@ bool append_report_page(text_buf& buf, const report_inputs& in, std::string_view
            text_buf_append(buf, "</div>\n") &&
            text_buf_append(buf, "<script type=\"application/json\" id=\"veltrane-results\">\n") &&
            text_buf_append(buf, std::string_view(escape_script_close(in.results_json))) &&
-           text_buf_append(buf, "\n</script>\n") && append_theme_script(buf) &&
+           text_buf_append(buf, "\n</script>\n") && append_theme_script(buf) && append_chart_script(buf) &&
            text_buf_append(buf, "</body>\n</html>\n");
 }
 

@@ -22,7 +22,7 @@ std::string built(bool (*append)(text_buf&)) {
 }
 
 TEST(PageBlocks, ResourcesCannotCloseTheirElementEarly) {
-    for (const char* name : {"report.css", "theme.js"}) {
+    for (const char* name : {"report.css", "theme.js", "chart.js"}) {
         std::string_view text = report_resource(name);
         ASSERT_FALSE(text.empty()) << name;
         EXPECT_EQ(text.find("</"), std::string_view::npos) << name;
