@@ -94,7 +94,7 @@ TEST(Analyze, IdenticalFilesPass) {
     // The page embeds the same document.
     EXPECT_NE(page.find("<script type=\"application/json\" id=\"veltrane-results\">\n" + doc + "\n</script>\n"),
               std::string::npos);
-    const std::vector<std::string> expected = {
+    std::vector<std::string> expected = {
         "veltrane_phase", "status", "overall_verdict", "gating_failure_count", "gating_failures", "ref_file",
         "dut_file", "sample_rate", "ref_channels", "dut_channels", "ref_bit_depth", "dut_bit_depth",
         "ref_sample_format", "dut_sample_format", "ref_frame_count", "dut_frame_count", "align_file_offset",
@@ -102,7 +102,19 @@ TEST(Analyze, IdenticalFilesPass) {
         "align_channel_0_ref_silent", "align_channel_0_dut_silent", "align_channel_1_confidence",
         "align_channel_1_offset", "align_channel_1_state", "align_channel_1_ref_silent", "align_channel_1_dut_silent",
         "length_mismatch_verdict", "length_mismatch_ref_uncovered_pct", "length_mismatch_ref_uncovered_samples",
-        "bitexact_verdict", "bitexact_samples_compared", "bitexact_samples_differing", "bitexact_max_error_db"};
+        "bitexact_verdict", "bitexact_samples_compared", "bitexact_samples_differing", "bitexact_max_error_db",
+        "spectral_verdict"};
+    std::vector<std::string> spectral_channel = {"frame_gated", "insufficient_samples", "frames_scanned",
+        "edge_skipped_samples", "frames_gated", "bins_compared", "bins_excluded", "bins_failed", "p50_ratio",
+        "p95_ratio", "p99_ratio", "worst_bin_freq_hz", "worst_bin_ratio", "worst_bin_diff_db", "worst_bin_is_peak"};
+    std::vector<std::string> distortion_channel = {"frame_gated", "insufficient_samples", "frames_scanned",
+        "frames_gated", "fundamental_freq_hz", "thdn_ratio", "thdn_db", "worst_frame_start", "p50_thdn_ratio",
+        "p95_thdn_ratio"};
+    for (const char* c : {"0", "1"})
+        for (const std::string& k : spectral_channel) expected.push_back(std::string("spectral_channel_") + c + "_" + k);
+    expected.push_back("distortion_verdict");
+    for (const char* c : {"0", "1"})
+        for (const std::string& k : distortion_channel) expected.push_back(std::string("distortion_channel_") + c + "_" + k);
     EXPECT_EQ(json_keys(doc), expected);
     EXPECT_EQ(json_value(doc, "gating_failures"), "\"\"");
     EXPECT_EQ(json_value(doc, "gating_failure_count"), "0");
