@@ -17,6 +17,16 @@ bool run_bit_accuracy(const check_context& ctx, run_results& out) {
     return out.bit_accuracy.pass;
 }
 
+bool run_spectral(const check_context& ctx, run_results& out) {
+    out.spectral = check_spectral(ctx.ref, ctx.dut, ctx.offset_frames, spectral_settings_from(ctx.cfg));
+    return out.spectral.pass();
+}
+
+bool run_distortion(const check_context& ctx, run_results& out) {
+    out.distortion = check_distortion(ctx.ref, ctx.dut, ctx.offset_frames, distortion_settings_from(ctx.cfg));
+    return out.distortion.pass;
+}
+
 // Run order: bit-exactness, bit accuracy, time domain, impulse template, level fidelity,
 // artifact detection, spectral fidelity, distortion, loudness. Page order: spectral
 // fidelity, the bit card (bit-exactness or, when it did not run, bit accuracy: both share
@@ -36,9 +46,9 @@ constexpr check_info table[] = {
     {check_id::artifact, "artifact", "Artifact Detection", "artifact", "Artifact Detection", "artifact_", std::nullopt,
      gate_rule::by_switch, param_id::artifact_gates_overall, shown_rule::always, 6, 3, nullptr},
     {check_id::spectral, "spectral", "Spectral Fidelity", "spectral", "Spectral Fidelity", "spectral_", std::nullopt,
-     gate_rule::always, std::nullopt, shown_rule::always, 7, 0, nullptr},
+     gate_rule::always, std::nullopt, shown_rule::always, 7, 0, run_spectral},
     {check_id::distortion, "distortion", "Distortion", "distortion", "Distortion", "distortion_",
-     param_id::distortion_enabled, gate_rule::always, std::nullopt, shown_rule::always, 8, 4, nullptr},
+     param_id::distortion_enabled, gate_rule::always, std::nullopt, shown_rule::always, 8, 4, run_distortion},
     {check_id::loudness, "loudness", "Loudness", "loudness", "Loudness", "loudness_", param_id::loudness_enabled,
      gate_rule::by_switch, param_id::loudness_gates_overall, shown_rule::always, 9, 5, nullptr},
     {check_id::time_domain, "time_domain", "Time Domain", "timedomain", "Time Domain", "time_domain_",

@@ -114,6 +114,99 @@ void write_bit_accuracy(results_writer& doc, const run_results& res, const run_c
     doc.f64("bit_accuracy_worst_diff_dut_value", r.worst_diff_dut_value);
 }
 
+// "<prefix>channel_<c>_<suffix>" keys of the per-channel blocks.
+class channel_keys {
+public:
+    channel_keys(const char* prefix, unsigned channel) : prefix_(prefix), channel_(channel) {}
+    const char* operator()(const char* suffix) {
+        std::snprintf(key_, sizeof key_, "%schannel_%u_%s", prefix_, channel_, suffix);
+        return key_;
+    }
+
+private:
+    const char* prefix_;
+    unsigned channel_;
+    char key_[96];
+};
+
+void write_spectral_channel(results_writer& doc, unsigned c, const spectral_channel_result& ch) {
+    channel_keys key("spectral_", c);
+    doc.flag(key("frame_gated"), ch.frame_gated);
+    doc.flag(key("insufficient_samples"), ch.insufficient_samples);
+    doc.u64(key("frames_scanned"), ch.frames_scanned);
+    doc.u64(key("edge_skipped_samples"), ch.edge_skipped_samples);
+    doc.u64(key("frames_gated"), ch.frames_gated);
+    doc.u64(key("bins_compared"), ch.bins_compared);
+    doc.u64(key("bins_excluded"), ch.bins_excluded);
+    doc.u64(key("bins_failed"), ch.bins_failed);
+    if (ch.bins_compared == 0) return;
+    doc.f64(key("p50_ratio"), ch.p50_ratio);
+    doc.f64(key("p95_ratio"), ch.p95_ratio);
+    doc.f64(key("p99_ratio"), ch.p99_ratio);
+    doc.f64(key("worst_bin_freq_hz"), ch.worst_bin_freq_hz);
+    doc.f64(key("worst_bin_ratio"), ch.worst_bin_ratio);
+    doc.f64(key("worst_bin_diff_db"), ch.worst_bin_diff_db);
+    doc.flag(key("worst_bin_is_peak"), ch.worst_bin_is_peak);
+}
+
+void write_spectral_snapshot(results_writer& doc, unsigned c, std::size_t s, const spectral_snapshot_result& snap) {
+    char key[96];
+    auto k = [&](const char* suffix) {
+        std::snprintf(key, sizeof key, "spectral_channel_%u_snapshot_%zu_%s", c, s, suffix);
+        return key;
+    };
+    const spectral_channel_result& ch = snap.frame;
+    doc.f64(k("time_sec"), snap.time_sec);
+    doc.verdict(k("verdict"), ch.pass);
+    doc.flag(k("frame_gated"), ch.frame_gated);
+    doc.u64(k("bins_compared"), ch.bins_compared);
+    doc.u64(k("bins_excluded"), ch.bins_excluded);
+    doc.u64(k("bins_failed"), ch.bins_failed);
+    if (ch.bins_compared == 0) return;
+    doc.f64(k("p50_ratio"), ch.p50_ratio);
+    doc.f64(k("p95_ratio"), ch.p95_ratio);
+    doc.f64(k("p99_ratio"), ch.p99_ratio);
+    doc.f64(k("worst_bin_freq_hz"), ch.worst_bin_freq_hz);
+    doc.f64(k("worst_bin_ratio"), ch.worst_bin_ratio);
+    doc.f64(k("worst_bin_diff_db"), ch.worst_bin_diff_db);
+    doc.flag(k("worst_bin_is_peak"), ch.worst_bin_is_peak);
+}
+
+void write_spectral(results_writer& doc, const run_results& res, const run_config&) {
+    const spectral_check_result& r = res.spectral;
+    doc.verdict("spectral_verdict", r.pass());
+    if (r.snapshot_mode) {
+        const spectral_snapshots_result& s = r.snapshots;
+        doc.flag("spectral_insufficient_samples", s.insufficient_samples);
+        doc.u64("spectral_snapshot_count", s.snapshot_count);
+        for (unsigned c = 0; c < s.channel_count && c < 2; ++c)
+            for (std::size_t i = 0; i < s.snapshot_count && i < spectral_max_snapshots; ++i)
+                write_spectral_snapshot(doc, c, i, s.snapshots[c][i]);
+        return;
+    }
+    for (unsigned c = 0; c < r.scan.channel_count && c < 2; ++c) write_spectral_channel(doc, c, r.scan.channels[c]);
+}
+
+void write_distortion(results_writer& doc, const run_results& res, const run_config&) {
+    const distortion_result& r = res.distortion;
+    doc.verdict("distortion_verdict", r.pass);
+    for (unsigned c = 0; c < r.channel_count && c < 2; ++c) {
+        const distortion_channel& ch = r.channels[c];
+        channel_keys key("distortion_", c);
+        doc.flag(key("frame_gated"), ch.frame_gated);
+        doc.flag(key("insufficient_samples"), ch.insufficient_samples);
+        doc.u64(key("frames_scanned"), ch.frames_scanned);
+        doc.u64(key("frames_gated"), ch.frames_gated);
+        if (ch.frame_gated || ch.insufficient_samples) continue;
+        doc.f64(key("fundamental_freq_hz"), ch.fundamental_freq_hz);
+        doc.f64(key("thdn_ratio"), ch.thdn_ratio);
+        doc.f64(key("thdn_db"), ch.thdn_db);
+        doc.u64(key("worst_frame_start"), ch.worst_frame_start);
+        doc.f64(key("p50_thdn_ratio"), ch.p50_thdn_ratio);
+        doc.f64(key("p95_thdn_ratio"), ch.p95_thdn_ratio);
+    }
+}
+
 using block_writer = void (*)(results_writer&, const run_results&, const run_config&);
 
 // The block of each check, by check_id; null for checks without a block of their own.
@@ -123,8 +216,8 @@ constexpr block_writer check_blocks[check_count] = {
     write_bit_accuracy,  // bit_accuracy
     nullptr,             // levelfidelity
     nullptr,             // artifact
-    nullptr,             // spectral
-    nullptr,             // distortion
+    write_spectral,      // spectral
+    write_distortion,    // distortion
     nullptr,             // loudness
     nullptr,             // time_domain
     nullptr,             // impulse_template

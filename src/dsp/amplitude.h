@@ -3,8 +3,10 @@
 // peak amplitude A centred on a bin reads about A (linear) or 20 log10 A dBFS.
 #include <cstdint>
 #include <span>
+#include <vector>
 
 #include "audio/wav.h"
+#include "dsp/fft.h"
 
 namespace veltrane {
 
@@ -28,5 +30,27 @@ double shifted_hann(std::uint64_t i, std::uint64_t n);
 // Hann window's coherent gain of 0.5.
 void amplitude_spectrum(const wav_audio& audio, std::uint32_t channel, std::uint64_t start_frame, std::uint64_t n,
                         std::span<double> out, spectrum_form form);
+
+}  // namespace veltrane
+
+namespace veltrane {
+
+// What every spectrum of one size shares: the window table (shifted_hann for i = 0 .. n-1,
+// the same values the plain form computes per call) and the transform's work buffer.
+// A scan makes one and reuses it for every frame, so a frame costs only its transform.
+struct amplitude_workspace {
+    std::uint64_t n = 0;
+    std::vector<double> window;
+    std::vector<complex_value> frame;
+};
+
+// Sizes the workspace for n-point spectra; false (workspace left empty) when memory is
+// exhausted.
+bool amplitude_workspace_init(amplitude_workspace& ws, std::uint64_t n);
+
+// The same values as amplitude_spectrum(audio, channel, start_frame, ws.n, out, form), bit
+// for bit, without allocating.
+void amplitude_spectrum(amplitude_workspace& ws, const wav_audio& audio, std::uint32_t channel,
+                        std::uint64_t start_frame, std::span<double> out, spectrum_form form);
 
 }  // namespace veltrane

@@ -5,6 +5,9 @@
 #include <cstdio>
 #include <string>
 
+#include "report/distortion_card.h"
+#include "report/spectral_card.h"
+
 namespace veltrane {
 namespace {
 
@@ -260,8 +263,8 @@ card_writer card_writer_for(check_id id) {
         append_bit_card,  // bit_accuracy (shares the bit card)
         nullptr,          // levelfidelity
         nullptr,          // artifact
-        nullptr,          // spectral
-        nullptr,          // distortion
+        append_spectral_card,    // spectral
+        append_distortion_card,  // distortion
         nullptr,          // loudness
         nullptr,          // time_domain
         nullptr,          // impulse_template

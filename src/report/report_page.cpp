@@ -5,6 +5,8 @@
 #include <vector>
 
 #include "report/check_cards.h"
+#include "report/distortion_card.h"
+#include "report/spectral_card.h"
 #include "report/page_blocks.h"
 #include "util/files.h"
 
@@ -32,20 +34,13 @@ bool append_kpi_grid(text_buf& buf, const report_inputs& in) {
     const std::string profile = in.run->config->text(param_id::spectral_profile);
     const run_results& res = *in.results;
     bool bit_mode = res.of(check_id::bitexact).gates || res.of(check_id::bit_accuracy).ran;
-    // Spectral fidelity and distortion tiles show their figures once those checks report
-    // them; until then the spectral tile has no figure and distortion reads as skipped.
     return text_buf_append(buf,
                            "<div class=\"kpi-grid\">\n<div class=\"kpi\">\n<div class=\"k\">Analysis Mode</div>\n<div "
                            "class=\"v\">") &&
            text_buf_append(buf, analysis_mode_name(res, profile).c_str()) && text_buf_append(buf, "</div>\n") &&
            (!bit_mode || text_buf_appendf(buf, "<div class=\"kpi-sub\">%s</div>\n", spectral_profile_name(profile))) &&
            text_buf_append(buf, "</div>\n") &&
-           text_buf_appendf(buf,
-                            "<div class=\"kpi\">\n<div class=\"k\">%s</div>\n<div "
-                            "class=\"v\">&mdash;<small> n/a</small></div>\n</div>\n",
-                            check_row(check_id::spectral).display_name.data()) &&
-           text_buf_append(buf, "<div class=\"kpi\">\n<div class=\"k\">THD+N</div>\n<div class=\"v\">") &&
-           text_buf_append(buf, "&mdash;<small> skipped</small></div>\n</div>\n") &&
+           append_spectral_kpi(buf, in) && append_thdn_kpi(buf, in) &&
            text_buf_appendf(buf,
                             "<div class=\"kpi verdict%s\">\n<div class=\"k\">Overall Verdict</div>\n<div "
                             "class=\"v\">%s</div>\n</div>\n</div>\n",

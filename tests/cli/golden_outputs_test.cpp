@@ -66,6 +66,12 @@ TEST(GoldenOutputs, AnalyzePagesAndDocuments) {
     std::vector<double> inverted = stereo;
     for (double& v : inverted) v = -v;
 
+    // A 1 kHz tone whose capture adds a 2nd harmonic at -36 dB: spectral snapshots and THD+N fail.
+    const auto tone = sine(rate, 1, 1000.0, rate, 0.5);
+    auto distorted = tone;
+    const auto harmonic = sine(rate, 1, 2000.0, rate, 0.0075);
+    for (std::size_t i = 0; i < distorted.size(); ++i) distorted[i] += harmonic[i];
+
     const char* site = R"({"general": {"test_engineer": "Jo <QA>", "test_product": "Amp-7", "tester_info_enabled": true},
                           "analysis": {"level_fidelity": {"p99_tolerance_db": 0.5}}})";
     const scenario scenarios[] = {
@@ -73,6 +79,7 @@ TEST(GoldenOutputs, AnalyzePagesAndDocuments) {
         {"fail_mono_bitexact", 1, 16, mono, late, {"--json", "--bitexact", "--bitaccuracy", "--exit-code"}, site, 2},
         {"bit_accuracy_only", 2, 288, stereo, stereo, {"--json", "--no-bitexact", "--bitaccuracy"}},
         {"error_polarity", 2, 16, stereo, inverted, {"--json"}, nullptr, 1},
+        {"fail_spectral_distortion", 1, 24, tone, distorted, {"--json", "--snapshots", "2"}},
     };
     for (const scenario& s : scenarios) check_scenario(s);
 }
