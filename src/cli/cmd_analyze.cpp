@@ -17,6 +17,7 @@
 #include "cli/analyze_options.h"
 #include "cli/commands.h"
 #include "cli/error_report.h"
+#include "cli/input_formats.h"
 #include "cli/output_paths.h"
 #include "cli/results_json.h"
 #include "cli/settings_files.h"
@@ -29,10 +30,6 @@
 namespace veltrane {
 namespace {
 
-// Sample rates analyze accepts, in Hz.
-constexpr std::uint32_t min_sample_rate_hz = 22050;
-constexpr std::uint32_t max_sample_rate_hz = 192000;
-
 void status_line(const analyze_options& opts, std::ostream& err, const char* line) {
     if (!opts.quiet) err << line << std::flush;
 }
@@ -44,39 +41,16 @@ bool read_input(const char* option, const std::string& path, wav_audio& audio, s
     return false;
 }
 
-bool rate_supported(std::uint32_t rate) { return rate >= min_sample_rate_hz && rate <= max_sample_rate_hz; }
-bool channels_supported(std::uint32_t channels) { return channels == 1 || channels == 2; }
-
-void report_rate(std::ostream& err, const char* option, std::uint32_t rate) {
-    report_run_error(err, "%s sample rate %u Hz is outside the supported range [%u, %u] Hz", option, rate,
-                     min_sample_rate_hz, max_sample_rate_hz);
-}
-
-void report_channels(std::ostream& err, const char* option, std::uint32_t channels) {
-    report_run_error(err, "%s has %u channel(s) -- veltrane only accepts mono or stereo input", option, channels);
-}
-
 // The format checks on the two inputs; every failure is reported, the run stops when any
 // of them failed.
 bool formats_comparable(const wav_audio& ref, const wav_audio& dut, std::ostream& err) {
-    bool rates_ok = true;
-    if (!rate_supported(ref.sample_rate)) {
-        report_rate(err, "--ref", ref.sample_rate);
-        rates_ok = false;
-    }
-    if (!rate_supported(dut.sample_rate)) {
-        report_rate(err, "--dut", dut.sample_rate);
-        rates_ok = false;
-    }
-    if (!channels_supported(ref.channels)) {
-        report_channels(err, "--ref", ref.channels);
-        if (!channels_supported(dut.channels)) report_channels(err, "--dut", dut.channels);
+    const bool ref_rate_ok = check_sample_rate(err, "--ref", ref.sample_rate);
+    const bool rates_ok = check_sample_rate(err, "--dut", dut.sample_rate) && ref_rate_ok;
+    if (!check_channel_count(err, "--ref", ref.channels)) {
+        check_channel_count(err, "--dut", dut.channels);
         return false;
     }
-    if (!channels_supported(dut.channels)) {
-        report_channels(err, "--dut", dut.channels);
-        return false;
-    }
+    if (!check_channel_count(err, "--dut", dut.channels)) return false;
     if (!rates_ok) return false;
     if (ref.channels != dut.channels) {
         report_run_error(err, "--ref has %u channel(s) but --dut has %u -- ref and DUT must have identical channel count",

@@ -20,7 +20,7 @@ bool append_error_page(text_buf& buf, const error_page_info& info, std::string_v
                            "</p>\n<p>Veltrane could not complete this comparison, so this report has no PASS or FAIL "
                            "result for these files. Fix the cause named above and run the comparison again.</p>\n"
                            "</div>\n</section>\n") &&
-           append_footer_top(buf, info.version, timestamp) && text_buf_append(buf, "</footer>\n") &&
+           append_footer_top(buf, info.version, "report", timestamp) && text_buf_append(buf, "</footer>\n") &&
            text_buf_append(buf, "</div>\n") && append_theme_script(buf) && text_buf_append(buf, "</body>\n</html>\n");
 }
 

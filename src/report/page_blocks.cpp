@@ -83,9 +83,11 @@ bool append_signal_ids(text_buf& buf, const std::string& ref_path, const std::st
            text_buf_append_html_path(buf, dut_path.c_str()) && text_buf_append(buf, "</span>\n</div>\n");
 }
 
-bool append_footer_top(text_buf& buf, std::string_view version, std::string_view timestamp) {
+bool append_footer_top(text_buf& buf, std::string_view version, std::string_view page_word,
+                       std::string_view timestamp) {
     return text_buf_append(buf, "<footer>\n<div class=\"footer-row-top\">\n<span><b>Veltrane</b> v") &&
-           text_buf_append(buf, version) && text_buf_append(buf, "</span>\n<span>report generated ") &&
+           text_buf_append(buf, version) && text_buf_append(buf, "</span>\n<span>") &&
+           text_buf_append(buf, page_word) && text_buf_append(buf, " generated ") &&
            text_buf_append(buf, timestamp) && text_buf_append(buf, "</span>\n</div>\n");
 }
 

@@ -44,9 +44,10 @@ bool append_page_head(text_buf& buf, std::string_view title_html, std::string_vi
 // left open: the caller adds its meta line, if any, and "</div>\n".
 bool append_signal_ids(text_buf& buf, const std::string& ref_path, const std::string& dut_path);
 
-// "<footer>" and its top row (version and generation time), left open for the caller's
-// further rows and "</footer>\n".
-bool append_footer_top(text_buf& buf, std::string_view version, std::string_view timestamp);
+// "<footer>" and its top row (version, and "<page_word> generated <timestamp>"), left open
+// for the caller's further rows and "</footer>\n".
+bool append_footer_top(text_buf& buf, std::string_view version, std::string_view page_word,
+                       std::string_view timestamp);
 
 // Builds a page into a fresh buffer with `build` (a callable taking the text_buf& and
 // returning false on failure) and writes it to `path` with one write of the whole buffer.

@@ -76,7 +76,7 @@ bool append_navigation(text_buf& buf, const report_inputs& in, const std::vector
 }
 
 bool append_footer(text_buf& buf, const report_inputs& in, std::string_view timestamp) {
-    return append_footer_top(buf, in.version, timestamp) && append_tester_row(buf, in.tester) &&
+    return append_footer_top(buf, in.version, "report", timestamp) && append_tester_row(buf, in.tester) &&
            text_buf_append(buf, "</footer>\n");
 }
 

@@ -54,10 +54,10 @@ void expect_golden(const std::string& name, std::string_view actual) {
 }
 
 std::string mask_timestamp(std::string page) {
-    constexpr std::string_view marker = "report generated ";
     constexpr std::size_t stamp_length = 23;  // "YYYY-MM-DD HH:MM:SS UTC"
-    for (std::size_t at = page.find(marker); at != std::string::npos; at = page.find(marker, at + 1))
-        page.replace(at + marker.size(), stamp_length, "<generation time>");
+    for (std::string_view marker : {"<span>report generated ", "<span>plot generated "})
+        for (std::size_t at = page.find(marker); at != std::string::npos; at = page.find(marker, at + 1))
+            page.replace(at + marker.size(), stamp_length, "<generation time>");
     return page;
 }
 

@@ -14,7 +14,8 @@ namespace veltrane::test {
 // there instead. Reports a failure (with the first differing line) through GoogleTest.
 void expect_golden(const std::string& name, std::string_view actual);
 
-// Replaces the generation time of a page footer ("report generated YYYY-MM-DD HH:MM:SS UTC")
+// Replaces the generation time of a page footer ("report generated YYYY-MM-DD HH:MM:SS UTC",
+// or "plot generated ...")
 // with a fixed text, so a page written by the binary can be compared with its golden.
 std::string mask_timestamp(std::string page);
 
