@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs the browser checks of the generated pages in Debian's headless Chromium.
+# Runs one browser test script of this folder (the first argument, e.g. theme_test.py) with
+# the remaining arguments, in Debian's headless Chromium.
 # Exit status 77 (reported as skipped) only when Chromium is not installed.
 set -euo pipefail
 if [ ! -x /usr/bin/chromium ]; then
@@ -11,4 +12,6 @@ if [ ! -x /usr/bin/python3 ]; then
   exit 1
 fi
 # Debian's own Python, where python3-selenium lives (not whatever python3 PATH finds first).
-exec /usr/bin/python3 "$(dirname "$0")/theme_test.py" "$@"
+script=$1
+shift
+exec /usr/bin/python3 "$(dirname "$0")/$script" "$@"

@@ -296,6 +296,8 @@
       return fullLo + u * (fullHi - fullLo);
     }
     function redraw() {
+      // The visible unit range, for anyone inspecting the page (tests, devtools).
+      frame.setAttribute('data-view', view[0].toFixed(6) + ',' + view[1].toFixed(6));
       while (svg.firstChild) svg.removeChild(svg.firstChild);
       if (kind === 'waveform') drawWaveform(svg, d, view[0], view[1]);
       else drawSpectral(svg, d, toValue(view[0]), toValue(view[1]));
