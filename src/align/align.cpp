@@ -21,11 +21,25 @@ namespace {
 // the configured threshold.
 constexpr double stretch_bar = 0.5;
 
-double rms(channel_view x) {
-    if (x.empty()) return 0.0;
-    double sum = 0.0;
-    for (std::uint64_t i = 0; i < x.size; ++i) sum += x[i] * x[i];
-    return std::sqrt(sum / static_cast<double>(x.size));
+// RMS of channels 0 and 1 (as far as the file has them) in one pass over the interleaved
+// samples, so each stretch of memory is read once for both; every channel's squares are
+// still summed on their own in frame order. 0 for an empty channel.
+std::array<double, 2> channel_rms(const wav_audio& audio) {
+    std::array<double, 2> sum{};
+    const std::uint64_t frames = audio.frame_count;
+    const std::uint64_t stride = audio.channels;
+    const double* x = audio.samples.data();
+    if (frames == 0) return sum;
+    if (stride >= 2) {
+        for (std::uint64_t i = 0; i < frames; ++i) {
+            sum[0] += x[i * stride] * x[i * stride];
+            sum[1] += x[i * stride + 1] * x[i * stride + 1];
+        }
+    } else {
+        for (std::uint64_t i = 0; i < frames; ++i) sum[0] += x[i] * x[i];
+    }
+    for (double& s : sum) s = std::sqrt(s / static_cast<double>(frames));
+    return sum;
 }
 
 // cross_correlate on views: allocation failure gives lag 0, confidence 0.
@@ -82,6 +96,8 @@ align_result align_channels(const wav_audio& ref, const wav_audio& dut, std::int
     align_result result;
     result.channels = std::min<std::uint64_t>(ref.channels, 2);
     channel_probe probe[2];
+    const std::array<double, 2> ref_rms = channel_rms(ref);
+    const std::array<double, 2> dut_rms = channel_rms(dut);
     for (std::uint64_t ch = 0; ch < result.channels; ++ch) {
         // The channels are read in place from the interleaved samples: no copies, and
         // the only working memory is the correlation's own, freed before the next channel.
@@ -89,8 +105,8 @@ align_result align_channels(const wav_audio& ref, const wav_audio& dut, std::int
         const channel_view r = channel_of(ref, c);
         const channel_view d = channel_of(dut, c);
         probe[ch].peak = correlate(r, d, max_lag, false);
-        probe[ch].ref_silent = floor >= rms(r);
-        probe[ch].dut_silent = floor >= rms(d);
+        probe[ch].ref_silent = floor >= ref_rms[ch];
+        probe[ch].dut_silent = floor >= dut_rms[ch];
     }
     for (std::uint64_t ch = 0; ch < result.channels; ++ch) {
         align_channel& out = result.channel[ch];
