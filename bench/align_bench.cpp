@@ -76,7 +76,8 @@ int main() {
         const veltrane::align_channel& b = blockwise.channel[ch];
         const double diff = std::fabs(b.confidence - full[ch].confidence);
         same = same && b.offset == full[ch].lag && diff <= confidence_margin;
-        std::printf("  channel %u: blockwise lag %d confidence %.12f | full-length lag %d confidence %.12f | diff %.3g\n",
+        std::printf("  channel %u: blockwise lag %d confidence %.12f | full-length lag %d confidence %.12f"
+                    " | diff %.3g\n",
                     ch, b.offset, b.confidence, full[ch].lag, full[ch].confidence, diff);
     }
     std::printf("  align_channels (blockwise, both channels with RMS): %.3f s wall, %.3f s cpu\n", blockwise_s,

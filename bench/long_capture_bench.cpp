@@ -144,8 +144,11 @@ int main(int argc, char** argv) {
     const std::string results = doc.str();
     const std::string offset = json_line(results, "align_file_offset");
     const int exit_status = waited && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    const auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec); };
-    std::printf("  analyze exit status %d, wall time %.1f s (cpu %.1f s user + %.1f s system), peak RSS %.2f GiB (%ld KiB)\n",
+    const auto seconds = [](const timeval& t) {
+        return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec);
+    };
+    std::printf("  analyze exit status %d, wall time %.1f s (cpu %.1f s user + %.1f s system), "
+                "peak RSS %.2f GiB (%ld KiB)\n",
                 exit_status, wall_s, seconds(usage.ru_utime), seconds(usage.ru_stime),
                 static_cast<double>(usage.ru_maxrss) / (1024.0 * 1024.0), usage.ru_maxrss);
     std::printf("  %s\n  %s\n  %s\n", offset.c_str(), json_line(results, "align_channel_0_confidence").c_str(),

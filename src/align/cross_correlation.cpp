@@ -159,8 +159,11 @@ correlation_peak correlate_blockwise(channel_view a, channel_view b, std::int64_
         const std::int64_t a_first = q0 + lags.low;
         const std::int64_t t_begin = std::max<std::int64_t>(0, -a_first);
         const std::int64_t t_end = std::min<std::int64_t>(len + static_cast<std::int64_t>(lag_count) - 1, la - a_first);
-        fill_block(z, a.sub(static_cast<std::uint64_t>(a_first + t_begin), static_cast<std::uint64_t>(t_end - t_begin)),
-                   static_cast<std::uint64_t>(t_begin), b.sub(static_cast<std::uint64_t>(q0), static_cast<std::uint64_t>(len)));
+        // t_begin < t_end always: a_first < la because q0 < la - low, and -a_first <= -low < K.
+        const channel_view stretch =
+            a.sub(static_cast<std::uint64_t>(a_first + t_begin), static_cast<std::uint64_t>(t_end - t_begin));
+        const channel_view block = b.sub(static_cast<std::uint64_t>(q0), static_cast<std::uint64_t>(len));
+        fill_block(z, stretch, static_cast<std::uint64_t>(t_begin), block);
         fft_inplace(z, false);
         for (std::uint64_t k = 0; k <= half; ++k) {
             const complex_value zk = z[k];

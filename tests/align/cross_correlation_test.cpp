@@ -142,7 +142,8 @@ std::vector<pair_case> equivalence_cases() {
     for (kind k : kinds)
         for (std::uint64_t la : {1u, 2u, 3u, 7u})
             for (std::uint64_t lb : {1u, 2u, 5u})
-                for (std::int64_t max_lag : {0, 1, 3, 100}) cases.push_back({k, la, lb, static_cast<std::int64_t>(lb / 2), max_lag});
+                for (std::int64_t max_lag : {0, 1, 3, 100})
+                    cases.push_back({k, la, lb, static_cast<std::int64_t>(lb / 2), max_lag});
     // Medium lengths across block boundaries (a lag range of 50 gives 4096-point blocks
     // of 3995 DUT samples), delays inside and outside the range.
     for (kind k : kinds)
