@@ -106,12 +106,22 @@ std::vector<complex_value> complex_buffer(std::uint64_t n) {
 // for t in [offset, offset + stretch.size) and 0 elsewhere, imaginary parts y[j] =
 // block[j] for j < block.size and 0 elsewhere.
 void fill_block(std::span<complex_value> z, channel_view stretch, std::uint64_t offset, channel_view block) {
-    const std::uint64_t re_end = offset + stretch.size;
     const std::uint64_t n = z.size();
-    for (std::uint64_t t = 0; t < n; ++t) {
-        const double x = t >= offset && t < re_end ? stretch[t - offset] : 0.0;
-        const double y = t < block.size ? block[t] : 0.0;
-        z[t] = {x, y};
+    const std::uint64_t re_end = offset + stretch.size;
+    const std::uint64_t im_end = block.size;
+    // Runs of t over which neither part changes source: [0, offset), [offset, re_end) and
+    // [re_end, n), each cut at im_end.
+    const std::uint64_t bounds[] = {0, offset, re_end, n};
+    for (int run = 0; run < 3; ++run) {
+        const std::uint64_t from = bounds[run], to = bounds[run + 1];
+        const std::uint64_t cut = std::clamp(im_end, from, to);
+        if (run == 1) {
+            for (std::uint64_t t = from; t < cut; ++t) z[t] = {stretch[t - offset], block[t]};
+            for (std::uint64_t t = cut; t < to; ++t) z[t] = {stretch[t - offset], 0.0};
+        } else {
+            for (std::uint64_t t = from; t < cut; ++t) z[t] = {0.0, block[t]};
+            for (std::uint64_t t = cut; t < to; ++t) z[t] = {};
+        }
     }
 }
 
