@@ -98,13 +98,22 @@ align_result align_channels(const wav_audio& ref, const wav_audio& dut, std::int
     channel_probe probe[2];
     const std::array<double, 2> ref_rms = channel_rms(ref);
     const std::array<double, 2> dut_rms = channel_rms(dut);
-    for (std::uint64_t ch = 0; ch < result.channels; ++ch) {
-        // The channels are read in place from the interleaved samples: no copies, and
-        // the only working memory is the correlation's own, freed before the next channel.
-        const auto c = static_cast<std::uint32_t>(ch);
-        const channel_view r = channel_of(ref, c);
-        const channel_view d = channel_of(dut, c);
-        probe[ch].peak = correlate(r, d, max_lag, false);
+    // The channels are read in place from the interleaved samples, both in one pass: no
+    // copies, and the only working memory is the correlation's own (two small blocks).
+    const std::size_t count = static_cast<std::size_t>(result.channels);
+    channel_view r[2], d[2];
+    correlation_peak peak[2];
+    for (std::size_t ch = 0; ch < count; ++ch) {
+        r[ch] = channel_of(ref, static_cast<std::uint32_t>(ch));
+        d[ch] = channel_of(dut, static_cast<std::uint32_t>(ch));
+    }
+    try {
+        correlate_blockwise({r, count}, {d, count}, max_lag, false, {peak, count});
+    } catch (const std::bad_alloc&) {
+        peak[0] = peak[1] = {};  // lag 0, confidence 0: the channels fail the threshold
+    }
+    for (std::size_t ch = 0; ch < count; ++ch) {
+        probe[ch].peak = peak[ch];
         probe[ch].ref_silent = floor >= ref_rms[ch];
         probe[ch].dut_silent = floor >= dut_rms[ch];
     }

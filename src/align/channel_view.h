@@ -32,6 +32,14 @@ inline channel_view channel_of(const wav_audio& audio, std::uint32_t channel) {
 // buffers cannot be allocated.
 correlation_peak correlate_blockwise(channel_view a, channel_view b, std::int64_t max_lag, bool inverted);
 
+// The same search for up to two channel pairs at once (further pairs are ignored), all of
+// the same two lengths as a[0] and b[0]: the channels of two interleaved files, read side
+// by side so each stretch of memory is loaded once. out[c] receives pair c's result,
+// exactly what correlate_blockwise gives for that pair alone. Throws std::bad_alloc when
+// its buffers cannot be allocated.
+void correlate_blockwise(std::span<const channel_view> a, std::span<const channel_view> b, std::int64_t max_lag,
+                         bool inverted, std::span<correlation_peak> out);
+
 // The full-length search of cross_correlate_full_length, on views. Throws std::bad_alloc
 // when its buffers cannot be allocated.
 correlation_peak correlate_full_length(channel_view a, channel_view b, std::int64_t max_lag, bool inverted);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "align/align.h"
+#include "audio/wav.h"
 #include "support/full_correlation.h"
 
 namespace veltrane {
@@ -192,6 +193,43 @@ TEST(CrossCorrelate, BlockwiseMatchesFullLength) {
         }
         if (block.lag == full.lag) {
             EXPECT_NEAR(block.confidence, full.confidence, confidence_margin);
+        }
+    }
+}
+
+// align_channels searches both channels of a stereo pair side by side; each channel must
+// come out bit for bit as cross_correlate gives it alone, also when the two channels line
+// up at very different lags (so their overlaps differ) and when the DUT is shorter.
+TEST(CrossCorrelate, StereoSideBySideEqualsOneChannelAlone) {
+    struct stereo_case {
+        std::int64_t left_delay, right_delay;
+        std::uint64_t ref_frames, dut_frames;
+    };
+    for (const stereo_case& c : {stereo_case{5, -300, 20000, 20000}, stereo_case{-450, 450, 9000, 7001},
+                                 stereo_case{0, 0, 70000, 65000}}) {
+        const signal left = random_signal(c.ref_frames, 41), right = tone(c.ref_frames, 91.7);
+        const signal dut_left = delayed(left, c.left_delay, c.dut_frames);
+        const signal dut_right = delayed(right, c.right_delay, c.dut_frames);
+        wav_audio ref, dut;
+        for (wav_audio* w : {&ref, &dut}) {
+            w->sample_rate = 48000;
+            w->channels = 2;
+            w->format_code = 320;
+        }
+        ref.frame_count = c.ref_frames;
+        dut.frame_count = c.dut_frames;
+        for (std::uint64_t i = 0; i < c.ref_frames; ++i) ref.samples.insert(ref.samples.end(), {left[i], right[i]});
+        for (std::uint64_t i = 0; i < c.dut_frames; ++i)
+            dut.samples.insert(dut.samples.end(), {dut_left[i], dut_right[i]});
+        const align_result both = align_channels(ref, dut, 500, 0.9, 1000, -70.0);
+        const correlation_peak alone[2] = {cross_correlate(left, dut_left, 500, false),
+                                           cross_correlate(right, dut_right, 500, false)};
+        for (int ch = 0; ch < 2; ++ch) {
+            SCOPED_TRACE("channel " + std::to_string(ch) + ", delays " + std::to_string(c.left_delay) + " / " +
+                         std::to_string(c.right_delay));
+            EXPECT_EQ(both.channel[ch].offset, ch == 0 ? c.left_delay : c.right_delay);
+            EXPECT_EQ(both.channel[ch].offset, alone[ch].lag);
+            EXPECT_EQ(both.channel[ch].confidence, alone[ch].confidence);
         }
     }
 }
