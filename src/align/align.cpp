@@ -54,11 +54,13 @@ correlation_peak correlate(channel_view a, channel_view b, std::int64_t max_lag,
 // The wide probe searches half the file, so it keeps the full-length method (its
 // buffers are about as large as a blockwise search of that range would need). Those
 // buffers grow with the file: 16 GiB for an hour of 48 kHz. They are first compared with
-// the memory the machine can still give; when they would not fit, the probe takes the
-// allocation-failure result (lag 0, confidence 0) at once instead of touching memory the
-// kernel would answer by killing the process.
+// the memory the machine can still give, less an eighth kept free (the kernel's figure is
+// an estimate, and the rest of the machine goes on running); when they would not fit, the
+// probe takes the allocation-failure result (lag 0, confidence 0) at once instead of
+// touching memory the kernel would answer by killing the process.
 correlation_peak correlate_wide(channel_view a, channel_view b, std::int64_t max_lag) {
-    if (full_length_correlation_bytes(a.size, b.size) > available_memory_bytes()) return {};
+    const std::uint64_t available = available_memory_bytes();
+    if (full_length_correlation_bytes(a.size, b.size) > available - available / 8) return {};
     try {
         return correlate_full_length(a, b, max_lag, false);
     } catch (const std::bad_alloc&) {
