@@ -1,81 +1,71 @@
+// Per-channel alignment and the probes that explain a failed one. Which correlation runs
+// where:
+// - alignment, the polarity probe and the head/tail probes search +-max_lag with the
+//   blockwise method (working memory set by max_lag, not by the file length);
+// - the wide probe searches +-half the file with the full-length method, and only when
+//   its buffers fit in the memory the machine can still give (else lag 0, confidence 0).
+// Channels are read in place from the decoded files, never copied.
 #include "align/align.h"
 
 #include <algorithm>
 #include <cmath>
 #include <new>
 
-#include "dsp/fft.h"
+#include "align/channel_view.h"
 #include "util/memory.h"
 
 namespace veltrane {
 namespace {
 
-// The kept correlation starts below any real value.
-constexpr double correlation_start = -1e300;
-
 // Fixed bar of the head/tail probes: a stretch "lines up" at this correlation, whatever
 // the configured threshold.
 constexpr double stretch_bar = 0.5;
 
-double rms(std::span<const double> x) {
-    if (x.empty()) return 0.0;
-    double sum = 0.0;
-    for (double v : x) sum += v * v;
-    return std::sqrt(sum / static_cast<double>(x.size()));
+// RMS of channels 0 and 1 (as far as the file has them) in one pass over the interleaved
+// samples, so each stretch of memory is read once for both; every channel's squares are
+// still summed on their own in frame order. 0 for an empty channel.
+std::array<double, 2> channel_rms(const wav_audio& audio) {
+    std::array<double, 2> sum{};
+    const std::uint64_t frames = audio.frame_count;
+    const std::uint64_t stride = audio.channels;
+    const double* x = audio.samples.data();
+    if (frames == 0) return sum;
+    if (stride >= 2) {
+        for (std::uint64_t i = 0; i < frames; ++i) {
+            sum[0] += x[i * stride] * x[i * stride];
+            sum[1] += x[i * stride + 1] * x[i * stride + 1];
+        }
+    } else {
+        for (std::uint64_t i = 0; i < frames; ++i) sum[0] += x[i] * x[i];
+    }
+    for (double& s : sum) s = std::sqrt(s / static_cast<double>(frames));
+    return sum;
 }
 
-correlation_peak correlate_or_throw(std::span<const double> a, std::span<const double> b, std::int64_t max_lag,
-                                    bool inverted) {
-    const std::int64_t la = static_cast<std::int64_t>(a.size());
-    const std::int64_t lb = static_cast<std::int64_t>(b.size());
-    const std::uint64_t n = next_pow2(static_cast<std::uint64_t>(la + lb - 1));
-    std::vector<complex_value> fa;
-    std::vector<complex_value> fb;
-    for (std::vector<complex_value>* v : {&fa, &fb}) {
-        v->reserve(n);
-        advise_huge_pages(v->data(), n * sizeof(complex_value));
-        v->resize(n);
+// cross_correlate on views: allocation failure gives lag 0, confidence 0.
+correlation_peak correlate(channel_view a, channel_view b, std::int64_t max_lag, bool inverted) {
+    try {
+        return correlate_blockwise(a, b, max_lag, inverted);
+    } catch (const std::bad_alloc&) {
+        return {};
     }
-    for (std::int64_t i = 0; i < la; ++i) fa[i].re = a[i];
-    for (std::int64_t i = 0; i < lb; ++i) fb[i].re = b[i];
-    fft_inplace(fa, false);
-    fft_inplace(fb, false);
-    for (std::uint64_t k = 0; k < n; ++k) {
-        // A * conj(B)
-        const double ar = fa[k].re, ai = fa[k].im, br = fb[k].re, bi = fb[k].im;
-        fa[k] = {ar * br + ai * bi, ai * br - ar * bi};
-    }
-    fb.clear();
-    fb.shrink_to_fit();
-    fft_inplace(fa, true);
+}
 
-    const double sign = inverted ? -1.0 : 1.0;
-    const std::int64_t m_low = -std::min(lb - 1, max_lag);
-    const std::int64_t m_high = std::min(la - 1, max_lag);
-    std::int64_t best_m = 0;
-    double best = correlation_start;
-    double best_c = 0.0;
-    for (std::int64_t m = m_low; m <= m_high; ++m) {
-        const double c = fa[m >= 0 ? static_cast<std::uint64_t>(m) : n - static_cast<std::uint64_t>(-m)].re;
-        if (sign * c > best) {
-            best = sign * c;
-            best_c = c;
-            best_m = m;
-        }
+// The wide probe searches half the file, so it keeps the full-length method (its
+// buffers are about as large as a blockwise search of that range would need). Those
+// buffers grow with the file: 16 GiB for an hour of 48 kHz. They are first compared with
+// the memory the machine can still give, less an eighth kept free (the kernel's figure is
+// an estimate, and the rest of the machine goes on running); when they would not fit, the
+// probe takes the allocation-failure result (lag 0, confidence 0) at once instead of
+// touching memory the kernel would answer by killing the process.
+correlation_peak correlate_wide(channel_view a, channel_view b, std::int64_t max_lag) {
+    const std::uint64_t available = available_memory_bytes();
+    if (full_length_correlation_bytes(a.size, b.size) > available - available / 8) return {};
+    try {
+        return correlate_full_length(a, b, max_lag, false);
+    } catch (const std::bad_alloc&) {
+        return {};
     }
-    double ea = 0.0;
-    double eb = 0.0;
-    const std::int64_t first = std::max<std::int64_t>(best_m, 0);
-    const std::int64_t last = std::min(lb + best_m, la);
-    for (std::int64_t i = first; i < last; ++i) {
-        ea += a[i] * a[i];
-        eb += b[i - best_m] * b[i - best_m];
-    }
-    const double norm = std::sqrt(ea * eb);
-    correlation_peak peak;
-    peak.lag = static_cast<std::int32_t>(-best_m);
-    peak.confidence = norm > 0.0 ? best_c / norm : 0.0;
-    return peak;
 }
 
 struct channel_probe {
@@ -102,35 +92,32 @@ std::vector<double> extract_channel(const wav_audio& audio, std::uint32_t channe
     return out;
 }
 
-correlation_peak cross_correlate(std::span<const double> a, std::span<const double> b, std::int64_t max_lag,
-                                 bool inverted) {
-    if (a.empty() || b.empty()) return {};
-    try {
-        return correlate_or_throw(a, b, max_lag, inverted);
-    } catch (const std::bad_alloc&) {
-        return {};
-    }
-}
-
 align_result align_channels(const wav_audio& ref, const wav_audio& dut, std::int64_t max_lag, double threshold,
                             std::int32_t tolerance_samples, double silence_floor_db) {
     const double floor = std::pow(10.0, silence_floor_db / 20.0);
     align_result result;
     result.channels = std::min<std::uint64_t>(ref.channels, 2);
     channel_probe probe[2];
-    for (std::uint64_t ch = 0; ch < result.channels; ++ch) {
-        const auto c = static_cast<std::uint32_t>(ch);
-        try {
-            std::vector<double> r = extract_channel(ref, c);
-            std::vector<double> d = extract_channel(dut, c);
-            probe[ch].peak = cross_correlate(r, d, max_lag, false);
-            probe[ch].ref_silent = floor >= rms(r);
-            probe[ch].dut_silent = floor >= rms(d);
-        } catch (const std::bad_alloc&) {
-            // No copy, no measurement: the channel stays unmatched (confidence 0, not
-            // silent), so exhausted memory can never pass for a silent channel.
-            probe[ch] = channel_probe{};
-        }
+    const std::array<double, 2> ref_rms = channel_rms(ref);
+    const std::array<double, 2> dut_rms = channel_rms(dut);
+    // The channels are read in place from the interleaved samples, both in one pass: no
+    // copies, and the only working memory is the correlation's own (two small blocks).
+    const std::size_t count = static_cast<std::size_t>(result.channels);
+    channel_view r[2], d[2];
+    correlation_peak peak[2];
+    for (std::size_t ch = 0; ch < count; ++ch) {
+        r[ch] = channel_of(ref, static_cast<std::uint32_t>(ch));
+        d[ch] = channel_of(dut, static_cast<std::uint32_t>(ch));
+    }
+    try {
+        correlate_blockwise({r, count}, {d, count}, max_lag, false, {peak, count});
+    } catch (const std::bad_alloc&) {
+        peak[0] = peak[1] = {};  // lag 0, confidence 0: the channels fail the threshold
+    }
+    for (std::size_t ch = 0; ch < count; ++ch) {
+        probe[ch].peak = peak[ch];
+        probe[ch].ref_silent = floor >= ref_rms[ch];
+        probe[ch].dut_silent = floor >= dut_rms[ch];
     }
     for (std::uint64_t ch = 0; ch < result.channels; ++ch) {
         align_channel& out = result.channel[ch];
@@ -186,15 +173,10 @@ std::array<align_diagnosis, 2> diagnose_alignment(const wav_audio& ref, const wa
         d.diagnosed = true;
         d.kind = align_diagnosis_kind::no_match;
         const auto c = static_cast<std::uint32_t>(ch);
-        std::vector<double> r, x;
-        try {
-            r = extract_channel(ref, c);
-            x = extract_channel(dut, c);
-        } catch (const std::bad_alloc&) {
-            continue;  // nothing to probe with: the diagnosis stays no_match
-        }
+        const channel_view r = channel_of(ref, c);
+        const channel_view x = channel_of(dut, c);
 
-        const correlation_peak inverted = cross_correlate(r, x, max_lag, true);
+        const correlation_peak inverted = correlate(r, x, max_lag, true);
         if (-inverted.confidence >= threshold && -inverted.confidence > state.confidence) {
             d.kind = align_diagnosis_kind::polarity_inverted;
             d.polarity_confidence = inverted.confidence;
@@ -206,10 +188,9 @@ std::array<align_diagnosis, 2> diagnose_alignment(const wav_audio& ref, const wa
         if (segment > 0) {
             d.segment_len = static_cast<std::uint32_t>(segment);
             d.tail_start = static_cast<std::uint32_t>(tail_start);
-            std::span<const double> rs(r), xs(x);
-            const correlation_peak head = cross_correlate(rs.subspan(0, segment), xs.subspan(0, segment), max_lag, false);
+            const correlation_peak head = correlate(r.sub(0, segment), x.sub(0, segment), max_lag, false);
             const correlation_peak tail =
-                cross_correlate(rs.subspan(tail_start, segment), xs.subspan(tail_start, segment), max_lag, false);
+                correlate(r.sub(tail_start, segment), x.sub(tail_start, segment), max_lag, false);
             d.head_offset = head.lag;
             d.head_confidence = head.confidence;
             d.tail_offset = tail.lag;
@@ -225,7 +206,7 @@ std::array<align_diagnosis, 2> diagnose_alignment(const wav_audio& ref, const wa
                 d.kind = align_diagnosis_kind::tail_only;
         }
         if (!stretch_kind && max_lag < half) {
-            const correlation_peak wide = cross_correlate(r, x, half, false);
+            const correlation_peak wide = correlate_wide(r, x, half);
             d.wide_offset = wide.lag;
             d.wide_confidence = wide.confidence;
             if (wide.confidence >= threshold && std::abs(static_cast<std::int64_t>(wide.lag)) > max_lag)

@@ -72,8 +72,30 @@ struct correlation_peak {
 // FFT cross-correlation of a (reference) and b (DUT) searched over lags within max_lag.
 // With `inverted` the most negative correlation is searched (confidence then negative).
 // Allocation failure gives lag 0, confidence 0.
+//
+// Only the searched lags are computed: the DUT is taken in blocks, each correlated with
+// the stretch of the reference it can meet (overlap-save at one power-of-two transform
+// size from blockwise_fft_size). Working memory is about 24 bytes per transform point and
+// does not depend on the lengths of a and b: 1.5 MiB for 0.1 s at 48 kHz, 6 MiB at
+// 192 kHz (align_channels searches both channels of a stereo pair side by side, twice
+// that).
 correlation_peak cross_correlate(std::span<const double> a, std::span<const double> b, std::int64_t max_lag,
                                  bool inverted);
+
+// The same search computed from one full-length transform pair (next_pow2(len a + len b -
+// 1) points, full_length_correlation_bytes of memory). It differs from cross_correlate
+// only in rounding. Used by the wide diagnosis probe, whose lag range is half the file,
+// and as the reference in tests and benchmarks.
+correlation_peak cross_correlate_full_length(std::span<const double> a, std::span<const double> b,
+                                             std::int64_t max_lag, bool inverted);
+
+// Bytes held by the two transform buffers of the full-length search of a and b.
+std::uint64_t full_length_correlation_bytes(std::uint64_t la, std::uint64_t lb);
+
+// Transform size (a power of two) of the blockwise search for `lag_count` searched lags
+// and `b_length` DUT samples: at least 4096 and at least four times the lag count, but
+// never more than a single block holding all b_length samples needs.
+std::uint64_t blockwise_fft_size(std::uint64_t lag_count, std::uint64_t b_length);
 
 // Aligns every channel of `dut` to `ref` (same channel count, 1 or 2).
 // max_lag in samples, threshold in confidence units, tolerance in samples, silence floor in dBFS.

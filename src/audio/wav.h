@@ -79,7 +79,8 @@ wav_decode_result wav_decode(std::span<const std::uint8_t> bytes, wav_audio& out
 
 // Reads and decodes the file at `path`: the whole file is read into memory with one read
 // and handed to wav_decode, so peak memory is about the file size plus 8 bytes per
-// sample. Only regular files are read (a pipe or a directory fails). On failure returns
+// sample; the raw bytes are released right after decoding, so once it returns only the
+// samples (8 bytes each) remain. Only regular files are read (a pipe or a directory fails). On failure returns
 // false, leaves `out` empty and records the reason for wav_error_text() and
 // wav_last_failure().
 bool wav_read(const std::string& path, wav_audio& out);

@@ -1,8 +1,10 @@
 #include "util/memory.h"
 
-#include <cstdint>
+#include <algorithm>
+#include <cstdio>
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 namespace veltrane {
 
@@ -18,6 +20,42 @@ void advise_huge_pages(const void* data, std::size_t bytes) {
     (void)data;
     (void)bytes;
 #endif
+}
+
+namespace {
+
+std::uint64_t pages_to_bytes(long pages) {
+    const long page_bytes = ::sysconf(_SC_PAGE_SIZE);
+    if (pages <= 0 || page_bytes <= 0) return 0;
+    return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(page_bytes);
+}
+
+// The "MemAvailable:" line of /proc/meminfo (in KiB there), 0 when absent.
+std::uint64_t meminfo_available_bytes() {
+    std::FILE* f = std::fopen("/proc/meminfo", "r");
+    if (!f) return 0;
+    std::uint64_t bytes = 0;
+    char line[256];
+    while (std::fgets(line, sizeof line, f)) {
+        unsigned long long kib = 0;
+        if (std::sscanf(line, "MemAvailable: %llu kB", &kib) == 1) {
+            bytes = static_cast<std::uint64_t>(kib) * 1024;
+            break;
+        }
+    }
+    std::fclose(f);
+    return bytes;
+}
+
+}  // namespace
+
+std::uint64_t physical_memory_bytes() { return pages_to_bytes(::sysconf(_SC_PHYS_PAGES)); }
+
+std::uint64_t available_memory_bytes() {
+    const std::uint64_t physical = physical_memory_bytes();
+    std::uint64_t available = meminfo_available_bytes();
+    if (available == 0) available = pages_to_bytes(::sysconf(_SC_AVPHYS_PAGES));
+    return physical > 0 ? std::min(available, physical) : available;
 }
 
 }  // namespace veltrane

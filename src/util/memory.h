@@ -1,6 +1,8 @@
 #pragma once
-// Memory hints for the large work arrays (decoded audio, correlation buffers).
+// Memory hints for the large work arrays (decoded audio, correlation buffers), and how
+// much memory the machine can still give.
 #include <cstddef>
+#include <cstdint>
 
 namespace veltrane {
 
@@ -9,5 +11,14 @@ namespace veltrane {
 // virtual machine each 4 KiB fault is expensive); one fault per 2 MiB page removes most of
 // it. Only a hint: failure or an unsupported platform changes nothing.
 void advise_huge_pages(const void* data, std::size_t bytes);
+
+// Installed physical memory in bytes; 0 when the platform cannot tell.
+std::uint64_t physical_memory_bytes();
+
+// Bytes a new allocation can still be backed by without swapping or the kernel killing a
+// process: the kernel's MemAvailable estimate (free memory plus reclaimable caches), or,
+// where that is not published, the free physical pages. Never more than
+// physical_memory_bytes(). 0 when the platform cannot tell.
+std::uint64_t available_memory_bytes();
 
 }  // namespace veltrane
