@@ -14,8 +14,11 @@ void size_buffer(std::vector<complex_value>& buf, std::uint64_t n) {
     if (buf.size() != n) {
         buf.clear();
         buf.shrink_to_fit();
+        // The hint must come before the first write: it decides the page size of the
+        // faults that the first touch takes.
+        buf.reserve(n);
+        advise_huge_pages(buf.data(), n * sizeof(complex_value));
         buf.resize(n);
-        advise_huge_pages(buf.data(), buf.size() * sizeof(complex_value));
     }
 }
 
