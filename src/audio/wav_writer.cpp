@@ -4,7 +4,6 @@
 #include "audio/wav.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -33,27 +32,18 @@ void put32(std::vector<std::uint8_t>& b, std::uint32_t v) {
 
 void put_id(std::vector<std::uint8_t>& b, const char* id) { b.insert(b.end(), id, id + 4); }
 
-// Integer codes of n samples: each value is clamped to [-1, 1] (NaN has no code and
-// becomes silence), scaled and rounded half away from zero. The rounding works on the
-// exact fraction t - trunc(t) (exact because |t| < 2^31), which gives the same result as
-// std::round without a library call. With |t| at most the scale, an integer, the code
-// always lies within the type's range, so no second clamp is needed. Written without
-// branches so that the loop runs several samples per instruction.
-void to_codes(const double* x, std::size_t n, double scale, std::int32_t* codes) {
-    for (std::size_t i = 0; i < n; ++i) {
-        const double v = x[i];
-        double c = v > 1.0 ? 1.0 : v;
-        c = c < -1.0 ? -1.0 : c;
-        c = v == v ? c : 0.0;
-        const double t = c * scale;
-        // All in doubles (whole numbers below 2^31, so every step is exact): a loop that
-        // mixes double compares with 32-bit integer lanes is not vectorised.
-        const double whole = static_cast<double>(static_cast<std::int32_t>(t));
-        const double frac = t - whole;
-        const double up = frac >= 0.5 ? 1.0 : 0.0;
-        const double down = frac <= -0.5 ? 1.0 : 0.0;
-        codes[i] = static_cast<std::int32_t>(whole + up - down);
-    }
+// Clamps x to [-1, 1], scales it and rounds half away from zero, then clamps the result
+// to [lo, hi]. The rounding works on the exact fraction t - trunc(t) (exact because
+// |t| < 2^52), which gives the same result as std::round without a library call.
+std::int64_t to_code(double x, double scale, std::int64_t lo, std::int64_t hi) {
+    if (x != x) return 0;  // NaN has no code; store silence
+    const double clamped = x > 1.0 ? 1.0 : (x < -1.0 ? -1.0 : x);
+    const double t = clamped * scale;
+    auto code = static_cast<std::int64_t>(t);
+    const double frac = t - static_cast<double>(code);
+    if (frac >= 0.5) ++code;
+    else if (frac <= -0.5) --code;
+    return code < lo ? lo : (code > hi ? hi : code);
 }
 
 bool valid_format_code(std::uint32_t code) {
@@ -120,52 +110,47 @@ std::vector<std::uint8_t> make_header(std::uint32_t sample_rate, std::uint32_t c
 }  // namespace
 
 void encode_pcm_samples(std::uint32_t bits, std::span<const double> samples, std::vector<std::uint8_t>& out) {
-    double scale;
-    switch (bits) {
-        case 16: scale = scale_16; break;
-        case 24: scale = scale_24; break;
-        case 32: scale = scale_32; break;
-        default: return;
-    }
-    const std::size_t width = bits / 8u;
     const std::size_t start = out.size();
-    out.resize(start + width * samples.size());
-    std::uint8_t* p = out.data() + start;
-    // Codes are computed a short run at a time into a small array (a loop the compiler
-    // can run several samples per instruction), then stored in the file's little-endian
-    // layout (24-bit: the low three bytes of the two's-complement value).
-    constexpr std::size_t run = 1024;
-    std::int32_t codes[run];
-    for (std::size_t from = 0; from < samples.size(); from += run) {
-        const std::size_t n = std::min(run, samples.size() - from);
-        to_codes(samples.data() + from, n, scale, codes);
-        switch (width) {
-            case 2:
-                for (std::size_t i = 0; i < n; ++i) {
-                    const auto u = static_cast<std::uint32_t>(codes[i]);
-                    p[2 * i] = static_cast<std::uint8_t>(u);
-                    p[2 * i + 1] = static_cast<std::uint8_t>(u >> 8);
-                }
-                break;
-            case 3:
-                for (std::size_t i = 0; i < n; ++i) {
-                    const auto u = static_cast<std::uint32_t>(codes[i]);
-                    p[3 * i] = static_cast<std::uint8_t>(u);
-                    p[3 * i + 1] = static_cast<std::uint8_t>(u >> 8);
-                    p[3 * i + 2] = static_cast<std::uint8_t>(u >> 16);
-                }
-                break;
-            default:
-                for (std::size_t i = 0; i < n; ++i) {
-                    const auto u = static_cast<std::uint32_t>(codes[i]);
-                    p[4 * i] = static_cast<std::uint8_t>(u);
-                    p[4 * i + 1] = static_cast<std::uint8_t>(u >> 8);
-                    p[4 * i + 2] = static_cast<std::uint8_t>(u >> 16);
-                    p[4 * i + 3] = static_cast<std::uint8_t>(u >> 24);
-                }
-                break;
+    switch (bits) {
+    case 16: {
+        out.resize(start + 2 * samples.size());
+        std::uint8_t* p = out.data() + start;
+        for (double x : samples) {
+            const auto u = static_cast<std::uint32_t>(to_code(x, scale_16, -32768, 32767));
+            p[0] = static_cast<std::uint8_t>(u);
+            p[1] = static_cast<std::uint8_t>(u >> 8);
+            p += 2;
         }
-        p += width * n;
+        break;
+    }
+    case 24: {
+        out.resize(start + 3 * samples.size());
+        std::uint8_t* p = out.data() + start;
+        for (double x : samples) {
+            // The low three bytes of the two's-complement value.
+            const auto u = static_cast<std::uint32_t>(to_code(x, scale_24, -8388608, 8388607));
+            p[0] = static_cast<std::uint8_t>(u);
+            p[1] = static_cast<std::uint8_t>(u >> 8);
+            p[2] = static_cast<std::uint8_t>(u >> 16);
+            p += 3;
+        }
+        break;
+    }
+    case 32: {
+        out.resize(start + 4 * samples.size());
+        std::uint8_t* p = out.data() + start;
+        for (double x : samples) {
+            const auto u = static_cast<std::uint32_t>(to_code(x, scale_32, INT32_MIN, INT32_MAX));
+            p[0] = static_cast<std::uint8_t>(u);
+            p[1] = static_cast<std::uint8_t>(u >> 8);
+            p[2] = static_cast<std::uint8_t>(u >> 16);
+            p[3] = static_cast<std::uint8_t>(u >> 24);
+            p += 4;
+        }
+        break;
+    }
+    default:
+        break;
     }
 }
 
