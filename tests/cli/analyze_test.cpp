@@ -102,8 +102,32 @@ TEST(Analyze, IdenticalFilesPass) {
         "align_channel_0_ref_silent", "align_channel_0_dut_silent", "align_channel_1_confidence",
         "align_channel_1_offset", "align_channel_1_state", "align_channel_1_ref_silent", "align_channel_1_dut_silent",
         "length_mismatch_verdict", "length_mismatch_ref_uncovered_pct", "length_mismatch_ref_uncovered_samples",
-        "bitexact_verdict", "bitexact_samples_compared", "bitexact_samples_differing", "bitexact_max_error_db"};
-    EXPECT_EQ(json_keys(doc), expected);
+        "bitexact_verdict", "bitexact_samples_compared", "bitexact_samples_differing", "bitexact_max_error_db",
+        "levelfidelity_verdict"};
+    std::vector<std::string> keys = json_keys(doc);
+    ASSERT_GE(keys.size(), expected.size());
+    EXPECT_EQ(std::vector<std::string>(keys.begin(), keys.begin() + expected.size()), expected);
+    // Level fidelity and artifact detection, per channel, with the worst point of level
+    // fidelity (every sample was included) and no worst event (there is none).
+    std::vector<std::string> checks;
+    for (const char* c : {"0", "1"})
+        for (const char* k : {"samples_included", "samples_excluded", "median_db", "mad_db", "p99_abs_db",
+                              "longest_sustained_run_ms", "worst_sample", "worst_diff_db", "worst_ref_amp",
+                              "worst_dut_amp"})
+            checks.push_back(std::string("levelfidelity_channel_") + c + "_" + k);
+    for (const char* k : {"artifact_verdict", "artifact_window_samples", "artifact_min_severity",
+                          "artifact_min_silence_clip_run", "artifact_min_global_severity"})
+        checks.push_back(k);
+    for (const char* c : {"0", "1"})
+        for (const char* k : {"samples_checked", "samples_excluded", "samples_flagged", "event_count",
+                              "counted_event_count", "minor_event_count"})
+            checks.push_back(std::string("artifact_channel_") + c + "_" + k);
+    EXPECT_EQ(std::vector<std::string>(keys.begin() + expected.size(), keys.end()), checks);
+    EXPECT_EQ(json_value(doc, "levelfidelity_verdict"), "\"PASS\"");
+    EXPECT_EQ(json_value(doc, "levelfidelity_channel_1_p99_abs_db"), "0.000000");
+    EXPECT_EQ(json_value(doc, "artifact_verdict"), "\"PASS\"");
+    EXPECT_EQ(json_value(doc, "artifact_window_samples"), "64");
+    EXPECT_EQ(json_value(doc, "artifact_channel_0_event_count"), "0");
     EXPECT_EQ(json_value(doc, "gating_failures"), "\"\"");
     EXPECT_EQ(json_value(doc, "gating_failure_count"), "0");
     EXPECT_EQ(json_value(doc, "bitexact_max_error_db"), "-999.000000");
@@ -145,14 +169,20 @@ TEST(Analyze, OneCodeDifferenceFailsOnlyWhenBitExactGates) {
     auto d = s;
     d[2 * 1000 + 1] += 1.0 / 32767.0;  // one 16-bit code, right channel, frame 1000
     pair_dir p(s, d);
+    // A lone one-code step in an otherwise identical capture is a click to artifact
+    // detection; with that check reported only, bit-exactness alone decides.
     run_result r = run_veltrane(p.analyze({"--exit-code"}));
+    EXPECT_EQ(r.status, 2) << r.err;
+    EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Artifact Detection)\n")) << r.out;
+    r = run_veltrane(p.analyze({"--exit-code", "--artifact-ref-only"}));
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.out.ends_with(" (overall: PASS)\n"));
     std::string page = slurp(p.html);
+    EXPECT_NE(page.find("<a href=\"#artifact\" data-fail data-nongating>Artifact Detection</a>"), std::string::npos);
     EXPECT_NE(page.find("<div class=\"kpi-note\">Bit-Exactness failed but is not gating"), std::string::npos);
     EXPECT_NE(page.find("<a href=\"#bitexact\" data-fail data-nongating>Bit-Exactness</a>"), std::string::npos);
 
-    r = run_veltrane(p.analyze({"--exit-code", "--bitexact", "--json"}));
+    r = run_veltrane(p.analyze({"--exit-code", "--bitexact", "--artifact-ref-only", "--json"}));
     EXPECT_EQ(r.status, 2);
     EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Bit-Exactness)\n"));
     std::string doc = slurp(p.dir.file("report.json"));
@@ -171,7 +201,8 @@ TEST(Analyze, BitAccuracyWithoutBitExactness) {
     d[0] = s[0] > 0 ? s[0] - 0.25 : s[0] + 0.25;  // 8192 codes, about 78 dB: fails a 6 dB tolerance
     pair_dir p(s, d);
     ASSERT_TRUE(write_text_file(p.dir.file("tol.json"), "{\"bit_accuracy\": {\"tolerance_db\": 6}}"));
-    run_result r = run_veltrane(p.analyze({"--no-bitexact", "--bitaccuracy", "--json", "--config", p.dir.file("tol.json")}));
+    run_result r = run_veltrane(p.analyze({"--no-bitexact", "--bitaccuracy", "--levelfidelity-ref-only",
+                                           "--artifact-ref-only", "--json", "--config", p.dir.file("tol.json")}));
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.out.ends_with(" (overall: PASS)\n"));  // bit accuracy never gates
     std::string doc = slurp(p.dir.file("report.json"));
