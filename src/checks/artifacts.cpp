@@ -120,6 +120,7 @@ local_scale scale_of(const sorted_window& w) {
 
 // Running figures of the candidate event being scanned and of the best event per class.
 struct event_tracker {
+    event_tracker(const artifact_settings& s, artifact_channel& c) : set(s), ch(c) {}
     const artifact_settings& set;
     artifact_channel& ch;
     bool in_run = false;
@@ -211,14 +212,13 @@ artifact_channel check_channel(const wav_audio& ref, const wav_audio& dut, std::
         if (!scratch) return ch;
         std::copy(diff.get(), diff.get() + n, scratch.get());
         const double gmed = median_by_selection(scratch.get(), n);
-        for (std::uint64_t j = 0; j < n; ++j) scratch[j] = std::fabs(diff[j] - gmed);
-        global_sigma = mad_to_sigma * std::max(median_by_selection(scratch.get(), n), min_mad);
+        global_sigma = mad_to_sigma * std::max(median_deviation_by_selection(scratch.get(), n, gmed), min_mad);
     }
 
     ch.samples_checked = n;
     ch.samples_excluded = excluded;
     const bool float_dut = wav_is_float(dut);
-    event_tracker events{set, ch};
+    event_tracker events(set, ch);
     sorted_window w{window.get(), 0};
     for (std::uint64_t j = 1; j <= std::min(half, n - 1); ++j) w.insert(diff[j]);
     for (std::uint64_t j = 0; j < n; ++j) {

@@ -36,9 +36,9 @@ struct level_fidelity_result {
 };
 
 // Runs the check on up to two channels. A channel whose error array cannot be allocated
-// still reports its counts, worst point and run but fails with zero statistics; when only
-// the scratch copy for the MAD is missing, the MAD reads 0.0. Working memory is at most
-// two doubles per overlapping frame of one channel, released before the next channel.
+// still reports its counts, worst point and run but fails with zero statistics. Working
+// memory is one double per overlapping frame of one channel (the errors; median, MAD and
+// p99 are selections on that array), released before the next channel.
 level_fidelity_result check_level_fidelity(const wav_audio& ref, const wav_audio& dut, std::int64_t offset_frames,
                                            double noise_floor_db, double p99_tolerance_db,
                                            double min_sustained_run_ms);

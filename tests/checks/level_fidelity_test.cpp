@@ -13,6 +13,7 @@
 #include "checks/order_statistics.h"
 #include "support/allocation.h"
 #include "support/audio_pair.h"
+#include "support/literal_level_fidelity.h"
 
 namespace veltrane {
 namespace {
@@ -191,22 +192,85 @@ TEST(LevelFidelity, WithoutMemoryTheCountsRemainAndTheChannelFails) {
     EXPECT_EQ(b.p99_abs_db, 0.0);
 }
 
+TEST(LevelFidelity, MatchesTheFullSortMethod) {
+    std::mt19937 rng(5);
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    for (std::size_t n : {1u, 2u, 7u, 1000u, 20001u}) {
+        std::vector<double> ref(2 * n), dut(2 * n);
+        for (std::size_t i = 0; i < ref.size(); ++i) {
+            ref[i] = u(rng) * (i % 5 ? 0.5 : 1e-5);
+            dut[i] = i % 3 ? ref[i] * (1.0 + 0.1 * u(rng)) : std::round(u(rng) * 4) / 8;  // many ties
+        }
+        wav_audio r = audio_from(ref, 2), d = audio_from(dut, 2);
+        level_fidelity_result fast = check_level_fidelity(r, d, 0, -80.0, 1.02, 0.1);
+        level_fidelity_result literal = test::literal_level_fidelity(r, d, 0, -80.0, 1.02, 0.1);
+        for (int c = 0; c < 2; ++c) {
+            const level_fidelity_channel &a = fast.channels[c], &b = literal.channels[c];
+            EXPECT_EQ(a.pass, b.pass) << n;
+            EXPECT_EQ(a.samples_included, b.samples_included);
+            EXPECT_EQ(a.samples_excluded, b.samples_excluded);
+            EXPECT_EQ(a.median_db, b.median_db) << n;
+            EXPECT_EQ(a.mad_db, b.mad_db) << n;
+            EXPECT_EQ(a.p99_abs_db, b.p99_abs_db) << n;
+            EXPECT_EQ(a.worst_sample, b.worst_sample);
+            EXPECT_EQ(a.worst_diff_db, b.worst_diff_db);
+            EXPECT_EQ(a.longest_sustained_run_ms, b.longest_sustained_run_ms);
+        }
+    }
+}
+
 TEST(OrderStatistics, SelectionMatchesAFullSort) {
     std::mt19937 rng(7);
-    for (std::size_t n : {1u, 2u, 3u, 4u, 5u, 100u, 101u, 1000u}) {
-        for (int trial = 0; trial < 20; ++trial) {
+    using fill_fn = double (*)(std::mt19937&, std::size_t);
+    struct distribution {
+        const char* name;
+        fill_fn value;
+    };
+    static std::uniform_int_distribution<int> few(-3, 3);
+    static std::uniform_real_distribution<double> unit(-1.0, 1.0);
+    const distribution distributions[] = {
+        {"wide", [](std::mt19937& r, std::size_t) { return std::ldexp(double(r()), -20) - 2048.0; }},
+        {"ties", [](std::mt19937& r, std::size_t) { return few(r) * 0.25; }},
+        {"constant", [](std::mt19937&, std::size_t) { return 0.2; }},
+        {"one exponent", [](std::mt19937& r, std::size_t) { return 0.125 + unit(r) * 0.01 + 0.01; }},
+        {"huge and tiny", [](std::mt19937& r, std::size_t i) { return unit(r) * (i % 2 ? 1e300 : 1e-310); }},
+        {"near-equal", [](std::mt19937& r, std::size_t) { return std::nextafter(1.0, 2.0 + few(r)); }},
+        {"negative", [](std::mt19937& r, std::size_t) { return -0.5 - unit(r) * 1e-3; }},
+        {"positive zeros and ones", [](std::mt19937& r, std::size_t) { return r() % 3 ? 0.0 : 1.0; }},
+    };
+    for (const distribution& dist : distributions) {
+        for (std::size_t n : {1u, 2u, 3u, 4u, 101u, 4097u, 10000u, 65537u}) {
             std::vector<double> v(n);
-            std::uniform_int_distribution<int> small(-3, 3);
-            for (double& x : v) x = trial % 2 ? small(rng) * 0.25 : std::ldexp(double(rng()), -20) - 2048.0;
+            for (std::size_t i = 0; i < n; ++i) v[i] = dist.value(rng, i);
             std::vector<double> sorted = v;
             std::sort(sorted.begin(), sorted.end());
             double median = n % 2 ? sorted[n / 2] : (sorted[n / 2 - 1] + sorted[n / 2]) / 2.0;
             std::vector<double> w = v;
-            EXPECT_EQ(median_by_selection(w.data(), n), median);
+            EXPECT_EQ(median_by_selection(w.data(), n), median) << dist.name << " " << n;
+            std::vector<double> a = w;  // the values are reordered, never changed
+            std::sort(a.begin(), a.end());
+            EXPECT_EQ(a, sorted) << dist.name;
+            // Deviations about the median, and magnitudes, selected without a second array.
+            std::vector<double> dev(n), mag(n);
+            for (std::size_t i = 0; i < n; ++i) {
+                dev[i] = std::fabs(v[i] - median);
+                mag[i] = std::fabs(v[i]);
+            }
+            std::sort(dev.begin(), dev.end());
+            std::sort(mag.begin(), mag.end());
+            w = v;
+            EXPECT_EQ(median_deviation_by_selection(w.data(), n, median),
+                      n % 2 ? dev[n / 2] : (dev[n / 2 - 1] + dev[n / 2]) / 2.0)
+                << dist.name << " " << n;
             for (double p : {0.0, 0.5, 0.99, 1.0}) {
                 w = v;
                 std::size_t k = std::min<std::size_t>(static_cast<std::size_t>(std::llround((n - 1) * p)), n - 1);
-                EXPECT_EQ(percentile_by_selection(w.data(), n, p), sorted[k]) << n << " " << p;
+                EXPECT_EQ(magnitude_percentile_by_selection(w.data(), n, p), mag[k]) << dist.name << " " << n;
+            }
+            for (double p : {0.0, 0.5, 0.99, 1.0}) {
+                w = v;
+                std::size_t k = std::min<std::size_t>(static_cast<std::size_t>(std::llround((n - 1) * p)), n - 1);
+                EXPECT_EQ(percentile_by_selection(w.data(), n, p), sorted[k]) << dist.name << " " << n << " " << p;
             }
         }
     }
