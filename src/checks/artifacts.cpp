@@ -69,19 +69,29 @@ struct sorted_window {
 // |x - median| of the elements below the middle, read downward, and of the others, read
 // upward, are two ascending sequences (subtraction is monotone), so the MAD is a rank
 // selection across the two without sorting the deviations.
-struct local_scale {
-    double median = 0.0;
-    double sigma = 1.4826e-12;  // no neighbours: the clamped MAD's scale, written as one constant
-};
+constexpr double no_neighbour_sigma = 1.4826e-12;  // no neighbours: the clamped MAD's scale, as one constant
 
-local_scale scale_of(const sorted_window& w) {
-    local_scale s;
+double window_median(const sorted_window& w) {
+    const std::size_t m = w.size, half = m / 2;
+    if (m == 0) return 0.0;
+    return m % 2 ? w.v[half] : (w.v[half - 1] + w.v[half]) / 2.0;
+}
+
+// A lower bound of the MAD, from two deviations: of the r + 1 smallest deviations (r the
+// lower middle rank) one sequence holds at least floor(r / 2) + 1, so the deviation at
+// rank r is at least the smaller of the two sequences' elements at index floor(r / 2).
+double mad_lower_bound(const sorted_window& w, double med) {
+    const std::size_t m = w.size, half = m / 2;
+    const std::size_t t = (m - 1) / 2 / 2;
+    double bound = std::fabs(w.v[half + t] - med);  // the upper sequence always has more than t elements
+    if (t < half) bound = std::min(bound, std::fabs(w.v[half - 1 - t] - med));
+    return bound;
+}
+
+double window_mad(const sorted_window& w, double med) {
     const std::size_t m = w.size;
-    if (m == 0) return s;
     const double* v = w.v;
     const std::size_t half = m / 2;
-    s.median = m % 2 ? v[half] : (v[half - 1] + v[half]) / 2.0;
-    const double med = s.median;
     // Lower sequence L[t] = |v[half - 1 - t] - med| (half values), upper sequence
     // U[t] = |v[half + t] - med| (m - half values).
     const std::size_t lower_len = half, upper_len = m - half;
@@ -101,22 +111,20 @@ local_scale scale_of(const sorted_window& w) {
             hi = i;
     }
     const std::size_t i = lo, j = r + 1 - lo;
-    double at_r = i == 0 ? U(j - 1) : (j == 0 ? L(i - 1) : std::max(L(i - 1), U(j - 1)));
-    double mad = at_r;
-    if (m % 2 == 0) {
-        // The next rank is the smaller of the next candidates of either sequence.
-        double next;
-        if (i == lower_len)
-            next = U(j);
-        else if (j == upper_len)
-            next = L(i);
-        else
-            next = std::min(L(i), U(j));
-        mad = (at_r + next) / 2.0;
-    }
-    s.sigma = mad_to_sigma * std::max(mad, min_mad);
-    return s;
+    const double at_r = i == 0 ? U(j - 1) : (j == 0 ? L(i - 1) : std::max(L(i - 1), U(j - 1)));
+    if (m % 2 == 1) return at_r;
+    // The next rank is the smaller of the next candidates of either sequence.
+    double next;
+    if (i == lower_len)
+        next = U(j);
+    else if (j == upper_len)
+        next = L(i);
+    else
+        next = std::min(L(i), U(j));
+    return (at_r + next) / 2.0;
 }
+
+double sigma_of(double mad) { return mad_to_sigma * std::max(mad, min_mad); }
 
 // Running figures of the candidate event being scanned and of the best event per class.
 struct event_tracker {
@@ -234,27 +242,32 @@ artifact_channel check_channel(const wav_audio& ref, const wav_audio& dut, std::
             else if (entering)
                 w.insert(diff[j + half]);
         }
-        const local_scale s = scale_of(w);
-        const double deviation = std::fabs(diff[j] - s.median);
-        const double local_ratio = deviation / s.sigma;
-        const double global_ratio = deviation / global_sigma;
-
         const double r = r0[j * rs], d = d0[j * ds];
         const double ra = std::fabs(r), da = std::fabs(d);
-        const bool below_floor = floor > ra && floor > da;
+        if (floor > ra && floor > da) {  // below the floor: never flagged, its ratios unused
+            events.add(static_cast<std::uint64_t>(o.start) + j, false, false, 0.0, 0.0);
+            continue;
+        }
         const bool clip = float_dut ? std::fabs(da - 1.0) < float_full_scale_slack && std::fabs(ra - 1.0) >= float_full_scale_slack
                                     : da >= integer_clip_level && ra < integer_clip_level;
-        bool flagged = false, silence_or_clip = false;
-        if (!below_floor) {
-            if (clip) {
-                flagged = silence_or_clip = true;
-            } else {
-                const bool dropout = d == 0.0 && r != 0.0;
-                silence_or_clip = dropout;
-                flagged = dropout || local_ratio > set.k;
-            }
+        const bool dropout = !clip && d == 0.0 && r != 0.0;
+        const double med = window_median(w);
+        const double deviation = std::fabs(diff[j] - med);
+        double local_ratio;
+        if (w.size == 0) {
+            local_ratio = deviation / no_neighbour_sigma;
+        } else if (!clip && !dropout && !(deviation / sigma_of(mad_lower_bound(w, med)) > set.k)) {
+            // Not flagged: even the largest ratio the MAD allows stays within k (a smaller
+            // MAD can only give a larger ratio, and rounding keeps that order), so the
+            // exact ratio, which nothing else reads, is not needed.
+            events.add(static_cast<std::uint64_t>(o.start) + j, false, false, 0.0, 0.0);
+            continue;
+        } else {
+            local_ratio = deviation / sigma_of(window_mad(w, med));
         }
-        events.add(static_cast<std::uint64_t>(o.start) + j, flagged, silence_or_clip, local_ratio, global_ratio);
+        const double global_ratio = deviation / global_sigma;
+        const bool flagged = clip || dropout || local_ratio > set.k;
+        events.add(static_cast<std::uint64_t>(o.start) + j, flagged, clip || dropout, local_ratio, global_ratio);
     }
     events.finish();
     return ch;

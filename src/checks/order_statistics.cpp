@@ -53,12 +53,28 @@ double select_rank(double* values, std::uint64_t n, std::uint64_t k, F f) {
     return f(values[k]);
 }
 
+// For an even count the lower middle element comes from one read-only pass after the
+// upper one is selected: when count / 2 values lie strictly below the upper middle, it is
+// the largest of them; otherwise a value equal to the upper middle also holds the rank
+// below it.
 template <class F>
 double median_of(double* values, std::uint64_t count, F f) {
     if (count == 0) return 0.0;
     const double upper = select_rank(values, count, count / 2, f);
     if (count % 2 == 1) return upper;
-    return (select_rank(values, count, count / 2 - 1, f) + upper) / 2.0;
+    std::uint64_t below = 0;
+    double lower = upper;
+    bool any_below = false;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        const double x = f(values[i]);
+        if (x < upper) {
+            lower = any_below ? std::max(lower, x) : x;
+            any_below = true;
+            ++below;
+        }
+    }
+    if (below < count / 2) lower = upper;
+    return (lower + upper) / 2.0;
 }
 
 template <class F>
