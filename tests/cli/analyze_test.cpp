@@ -195,6 +195,49 @@ TEST(Analyze, OneCodeDifferenceFailsOnlyWhenBitExactGates) {
     EXPECT_NE(page.find("<td>Bit-Exactness</td><td>Gating</td><td>enabled</td><td>--bitexact</td>"), std::string::npos);
 }
 
+TEST(Analyze, SampleChecksFindGainDropoutAndDeepscanTiers) {
+    auto s = programme();
+    // 12 % louder: within the level tolerance (0.98 dB), outside the time-domain peak tier.
+    auto loud = s;
+    for (double& v : loud) v *= 1.12;
+    pair_dir p(s, loud);
+    run_result r = run_veltrane(p.analyze({"--deepscan", "--artifact-ref-only", "--json", "--exit-code"}));
+    EXPECT_EQ(r.status, 2) << r.err;
+    EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Time Domain)\n")) << r.out;
+    std::string doc = slurp(p.dir.file("report.json"));
+    EXPECT_EQ(json_value(doc, "levelfidelity_verdict"), "\"PASS\"");
+    EXPECT_EQ(json_value(doc, "time_domain_verdict"), "\"FAIL\"");
+    EXPECT_EQ(json_value(doc, "time_domain_channel_0_fails_low_level_signal_tier"), "0");
+    EXPECT_EQ(json_value(doc, "time_domain_channel_0_fails_signal_tier"), "0");
+    EXPECT_NE(json_value(doc, "time_domain_channel_1_fails_peak_tier"), "0");
+    EXPECT_NE(json_value(doc, "time_domain_channel_1_worst_tolerance_pct"), "<missing>");
+    std::string page = slurp(p.html);
+    EXPECT_NE(page.find("<a href=\"#timedomain\" data-fail>Time Domain</a>"), std::string::npos);
+    EXPECT_NE(page.find("<div class=\"v\">Frequency Domain + Deepscan</div>"), std::string::npos);
+    EXPECT_NE(page.find("id=\"vt-envelope-svg-timedomain-zoom-ch1\""), std::string::npos);
+
+    // 6 dB low with a 10-sample dropout on the left: level fidelity fails, artifact
+    // detection counts the dropout; without --deepscan there is no time-domain block.
+    auto quiet = s;
+    for (double& v : quiet) v *= 0.5;
+    for (int i = 0; i < 10; ++i) quiet[2 * (24000 + i)] = 0.0;
+    pair_dir q(s, quiet);
+    r = run_veltrane(q.analyze({"--json", "--exit-code"}));
+    EXPECT_EQ(r.status, 2) << r.err;
+    EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Level Fidelity, Artifact Detection)\n")) << r.out;
+    doc = slurp(q.dir.file("report.json"));
+    EXPECT_EQ(json_value(doc, "levelfidelity_channel_0_median_db"), "-6.020600");
+    EXPECT_EQ(json_value(doc, "artifact_channel_0_worst_event_start_frame"), "24000");
+    EXPECT_EQ(json_value(doc, "artifact_channel_0_worst_event_length"), "10");
+    EXPECT_EQ(json_value(doc, "artifact_channel_0_worst_event_counted"), "1");
+    EXPECT_EQ(json_value(doc, "time_domain_verdict"), "<missing>");
+    r = run_veltrane(q.analyze({"--levelfidelity-ref-only", "--artifact-ref-only", "--exit-code"}));
+    EXPECT_EQ(r.status, 0) << r.err;
+    std::string quiet_page = slurp(q.html);
+    EXPECT_NE(quiet_page.find("<a href=\"#level\" data-fail data-nongating>Level Fidelity</a>"), std::string::npos);
+    EXPECT_EQ(quiet_page.find("id=\"timedomain\""), std::string::npos);
+}
+
 TEST(Analyze, BitAccuracyWithoutBitExactness) {
     auto s = programme();
     auto d = s;
