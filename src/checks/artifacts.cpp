@@ -213,15 +213,13 @@ artifact_channel check_channel(const wav_audio& ref, const wav_audio& dut, std::
         excluded += floor > std::fabs(r) && floor > std::fabs(d);
     }
 
-    // Whole-channel scale: median of the differences and of their deviations from it.
-    double global_sigma;
-    {
-        std::unique_ptr<double[]> scratch = try_allocate(n);
-        if (!scratch) return ch;
-        std::copy(diff.get(), diff.get() + n, scratch.get());
-        const double gmed = median_by_selection(scratch.get(), n);
-        global_sigma = mad_to_sigma * std::max(median_deviation_by_selection(scratch.get(), n, gmed), min_mad);
-    }
+    // Whole-channel scale: median of the differences and of their deviations from it,
+    // selected in place (which reorders the array); the differences are then computed
+    // again, bit for bit the same, in frame order for the neighbourhood pass. So one
+    // double per frame is all the working memory the channel needs.
+    const double gmed = median_by_selection(diff.get(), n);
+    const double global_sigma = mad_to_sigma * std::max(median_deviation_by_selection(diff.get(), n, gmed), min_mad);
+    for (std::uint64_t j = 0; j < n; ++j) diff[j] = d0[j * ds] - r0[j * rs];
 
     ch.samples_checked = n;
     ch.samples_excluded = excluded;
