@@ -85,18 +85,21 @@ double percentile_of(double* values, std::uint64_t count, double fraction, F f) 
     return select_rank(values, count, index, f);
 }
 
-double identity(double x) { return x; }
+// A function object (not a function pointer), so the selection loops inline it.
+struct identity {
+    double operator()(double x) const { return x; }
+};
 
 }  // namespace
 
-double median_by_selection(double* values, std::uint64_t count) { return median_of(values, count, identity); }
+double median_by_selection(double* values, std::uint64_t count) { return median_of(values, count, identity{}); }
 
 double median_deviation_by_selection(double* values, std::uint64_t count, double centre) {
     return median_of(values, count, [centre](double x) { return std::fabs(x - centre); });
 }
 
 double percentile_by_selection(double* values, std::uint64_t count, double fraction) {
-    return percentile_of(values, count, fraction, identity);
+    return percentile_of(values, count, fraction, identity{});
 }
 
 double magnitude_percentile_by_selection(double* values, std::uint64_t count, double fraction) {
