@@ -27,6 +27,34 @@ bool run_distortion(const check_context& ctx, run_results& out) {
     return out.distortion.pass;
 }
 
+bool run_level_fidelity(const check_context& ctx, run_results& out) {
+    out.level = check_level_fidelity(ctx.ref, ctx.dut, ctx.offset_frames, ctx.cfg.number(param_id::level_fidelity_noise_floor_db),
+                                     ctx.cfg.number(param_id::level_fidelity_p99_tolerance_db),
+                                     ctx.cfg.number(param_id::level_fidelity_min_sustained_run_ms));
+    return out.level.pass;
+}
+
+bool run_artifacts(const check_context& ctx, run_results& out) {
+    const run_config& c = ctx.cfg;
+    out.artifact = check_artifacts(ctx.ref, ctx.dut, ctx.offset_frames,
+                                   {c.integer(param_id::artifact_window_samples), c.number(param_id::artifact_k),
+                                    c.integer(param_id::artifact_min_run), c.number(param_id::artifact_noise_floor_db),
+                                    c.number(param_id::artifact_min_severity),
+                                    c.integer(param_id::artifact_min_silence_clip_run),
+                                    c.number(param_id::artifact_min_global_severity)});
+    return out.artifact.pass;
+}
+
+bool run_time_domain(const check_context& ctx, run_results& out) {
+    const run_config& c = ctx.cfg;
+    out.time_domain = check_time_domain(
+        ctx.ref, ctx.dut, ctx.offset_frames, c.number(param_id::time_domain_noise_floor_db),
+        c.number(param_id::time_domain_peak_threshold_db), c.number(param_id::time_domain_peak_tolerance_pct),
+        c.number(param_id::time_domain_low_level_signal_threshold_db),
+        c.number(param_id::time_domain_low_level_signal_tolerance_pct), c.number(param_id::time_domain_signal_tolerance_pct));
+    return out.time_domain.pass;
+}
+
 // Run order: bit-exactness, bit accuracy, time domain, impulse template, level fidelity,
 // artifact detection, spectral fidelity, distortion, loudness. Page order: spectral
 // fidelity, the bit card (bit-exactness or, when it did not run, bit accuracy: both share
@@ -42,9 +70,9 @@ constexpr check_info table[] = {
     {check_id::bit_accuracy, "bit_accuracy", "Bit Accuracy", "bitexact", "Bit Accuracy", "bit_accuracy_",
      param_id::bit_accuracy_enabled, gate_rule::never, std::nullopt, shown_rule::when_ran, 2, 1, run_bit_accuracy},
     {check_id::levelfidelity, "levelfidelity", "Level Fidelity", "level", "Level Fidelity", "levelfidelity_",
-     std::nullopt, gate_rule::by_switch, param_id::level_fidelity_gates_overall, shown_rule::always, 5, 2, nullptr},
+     std::nullopt, gate_rule::by_switch, param_id::level_fidelity_gates_overall, shown_rule::always, 5, 2, run_level_fidelity},
     {check_id::artifact, "artifact", "Artifact Detection", "artifact", "Artifact Detection", "artifact_", std::nullopt,
-     gate_rule::by_switch, param_id::artifact_gates_overall, shown_rule::always, 6, 3, nullptr},
+     gate_rule::by_switch, param_id::artifact_gates_overall, shown_rule::always, 6, 3, run_artifacts},
     {check_id::spectral, "spectral", "Spectral Fidelity", "spectral", "Spectral Fidelity", "spectral_", std::nullopt,
      gate_rule::always, std::nullopt, shown_rule::always, 7, 0, run_spectral},
     {check_id::distortion, "distortion", "Distortion", "distortion", "Distortion", "distortion_",
@@ -52,7 +80,7 @@ constexpr check_info table[] = {
     {check_id::loudness, "loudness", "Loudness", "loudness", "Loudness", "loudness_", param_id::loudness_enabled,
      gate_rule::by_switch, param_id::loudness_gates_overall, shown_rule::always, 9, 5, nullptr},
     {check_id::time_domain, "time_domain", "Time Domain", "timedomain", "Time Domain", "time_domain_",
-     param_id::time_domain_enabled, gate_rule::always, std::nullopt, shown_rule::when_ran, 3, 6, nullptr},
+     param_id::time_domain_enabled, gate_rule::always, std::nullopt, shown_rule::when_ran, 3, 6, run_time_domain},
     {check_id::impulse_template, "impulse_template", "Impulse Template", "impulsetemplate", "Impulse Template",
      "impulse_template_", param_id::impulse_template_enabled, gate_rule::always, std::nullopt, shown_rule::when_ran, 4,
      7, nullptr},

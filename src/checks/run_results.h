@@ -14,10 +14,13 @@
 
 #include "align/align.h"
 #include "audio/wav.h"
+#include "checks/artifacts.h"
 #include "checks/bit_compare.h"
 #include "checks/check_table.h"
 #include "checks/distortion.h"
+#include "checks/level_fidelity.h"
 #include "checks/spectral_scan.h"
+#include "checks/time_domain.h"
 #include "config/run_config.h"
 
 namespace veltrane {
@@ -55,8 +58,11 @@ struct run_results {
     // Result records, one per check; cleared (passed) when the check did not run.
     bit_compare_result bitexact;
     bit_compare_result bit_accuracy;
+    level_fidelity_result level;
+    artifact_result artifact;
     spectral_check_result spectral;
     distortion_result distortion;
+    time_domain_result time_domain;
 
     const check_status& of(check_id id) const { return status[static_cast<std::size_t>(id)]; }
     check_status& of(check_id id) { return status[static_cast<std::size_t>(id)]; }

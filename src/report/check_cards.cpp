@@ -7,6 +7,7 @@
 
 #include "report/distortion_card.h"
 #include "report/spectral_card.h"
+#include "report/sample_cards.h"
 
 namespace veltrane {
 namespace {
@@ -261,12 +262,12 @@ card_writer card_writer_for(check_id id) {
         nullptr,          // length mismatch: reported on the alignment card
         append_bit_card,  // bitexact
         append_bit_card,  // bit_accuracy (shares the bit card)
-        nullptr,          // levelfidelity
-        nullptr,          // artifact
+        append_level_card,     // levelfidelity
+        append_artifact_card,  // artifact
         append_spectral_card,    // spectral
         append_distortion_card,  // distortion
         nullptr,          // loudness
-        nullptr,          // time_domain
+        append_time_domain_card,  // time_domain
         nullptr,          // impulse_template
     };
     return cards[static_cast<std::size_t>(id)];

@@ -112,14 +112,20 @@ TEST(Analyze, OneCodeDifferenceFailsOnlyWhenBitExactGates) {
     auto d = s;
     d[2 * 1000 + 1] += 1.0 / 32767.0;  // one 16-bit code, right channel, frame 1000
     pair_dir p(s, d);
+    // A lone one-code step in an otherwise identical capture is a click to artifact
+    // detection; with that check reported only, bit-exactness alone decides.
     run_result r = run_veltrane(p.analyze({"--exit-code"}));
+    EXPECT_EQ(r.status, 2) << r.err;
+    EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Artifact Detection)\n")) << r.out;
+    r = run_veltrane(p.analyze({"--exit-code", "--artifact-ref-only"}));
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.out.ends_with(" (overall: PASS)\n"));
     std::string page = slurp(p.html);
+    EXPECT_NE(page.find("<a href=\"#artifact\" data-fail data-nongating>Artifact Detection</a>"), std::string::npos);
     EXPECT_NE(page.find("<div class=\"kpi-note\">Bit-Exactness failed but is not gating"), std::string::npos);
     EXPECT_NE(page.find("<a href=\"#bitexact\" data-fail data-nongating>Bit-Exactness</a>"), std::string::npos);
 
-    r = run_veltrane(p.analyze({"--exit-code", "--bitexact", "--json"}));
+    r = run_veltrane(p.analyze({"--exit-code", "--bitexact", "--artifact-ref-only", "--json"}));
     EXPECT_EQ(r.status, 2);
     EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Bit-Exactness)\n"));
     std::string doc = slurp(p.dir.file("report.json"));
@@ -132,13 +138,63 @@ TEST(Analyze, OneCodeDifferenceFailsOnlyWhenBitExactGates) {
     EXPECT_NE(page.find("<td>Bit-Exactness</td><td>Gating</td><td>enabled</td><td>--bitexact</td>"), std::string::npos);
 }
 
+TEST(Analyze, SampleChecksFindGainDropoutAndDeepscanTiers) {
+    auto s = programme();
+    // 12 % louder: within the level tolerance (0.98 dB), outside the time-domain peak tier.
+    auto loud = s;
+    for (double& v : loud) v *= 1.12;
+    pair_dir p(s, loud);
+    // (A louder noise capture also carries more power than the reference outside any
+    // fundamental, which the distortion check would report; it is switched off here.)
+    run_result r =
+        run_veltrane(p.analyze({"--deepscan", "--artifact-ref-only", "--no-distortion", "--json", "--exit-code"}));
+    EXPECT_EQ(r.status, 2) << r.err;
+    EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Time Domain)\n")) << r.out;
+    std::string doc = slurp(p.dir.file("report.json"));
+    EXPECT_EQ(json_value(doc, "levelfidelity_verdict"), "\"PASS\"");
+    EXPECT_EQ(json_value(doc, "time_domain_verdict"), "\"FAIL\"");
+    EXPECT_EQ(json_value(doc, "time_domain_channel_0_fails_low_level_signal_tier"), "0");
+    EXPECT_EQ(json_value(doc, "time_domain_channel_0_fails_signal_tier"), "0");
+    EXPECT_NE(json_value(doc, "time_domain_channel_1_fails_peak_tier"), "0");
+    EXPECT_NE(json_value(doc, "time_domain_channel_1_worst_tolerance_pct"), "<missing>");
+    std::string page = slurp(p.html);
+    EXPECT_NE(page.find("<a href=\"#timedomain\" data-fail>Time Domain</a>"), std::string::npos);
+    EXPECT_NE(page.find("<div class=\"v\">Frequency Domain + Deepscan</div>"), std::string::npos);
+    EXPECT_NE(page.find("id=\"vt-envelope-svg-timedomain-zoom-ch1\""), std::string::npos);
+
+    // 6 dB low with a 10-sample dropout on the left: level fidelity fails, artifact
+    // detection counts the dropout (and the spectra and THD+N differ too); without
+    // --deepscan there is no time-domain block.
+    auto quiet = s;
+    for (double& v : quiet) v *= 0.5;
+    for (int i = 0; i < 10; ++i) quiet[2 * (24000 + i)] = 0.0;
+    pair_dir q(s, quiet);
+    r = run_veltrane(q.analyze({"--json", "--exit-code"}));
+    EXPECT_EQ(r.status, 2) << r.err;
+    EXPECT_TRUE(
+        r.out.ends_with(" (overall: FAIL -- Level Fidelity, Artifact Detection, Spectral Fidelity, Distortion)\n"))
+        << r.out;
+    doc = slurp(q.dir.file("report.json"));
+    EXPECT_EQ(json_value(doc, "levelfidelity_channel_0_median_db"), "-6.020600");
+    EXPECT_EQ(json_value(doc, "artifact_channel_0_worst_event_start_frame"), "24000");
+    EXPECT_EQ(json_value(doc, "artifact_channel_0_worst_event_length"), "10");
+    EXPECT_EQ(json_value(doc, "artifact_channel_0_worst_event_counted"), "1");
+    EXPECT_EQ(json_value(doc, "time_domain_verdict"), "<missing>");
+    r = run_veltrane(q.analyze({"--levelfidelity-ref-only", "--artifact-ref-only", "--no-distortion"}));
+    EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Spectral Fidelity)\n")) << r.out;
+    std::string quiet_page = slurp(q.html);
+    EXPECT_NE(quiet_page.find("<a href=\"#level\" data-fail data-nongating>Level Fidelity</a>"), std::string::npos);
+    EXPECT_EQ(quiet_page.find("id=\"timedomain\""), std::string::npos);
+}
+
 TEST(Analyze, BitAccuracyWithoutBitExactness) {
     auto s = programme();
     auto d = s;
     d[0] = s[0] > 0 ? s[0] - 0.25 : s[0] + 0.25;  // 8192 codes, about 78 dB: fails a 6 dB tolerance
     pair_dir p(s, d);
     ASSERT_TRUE(write_text_file(p.dir.file("tol.json"), "{\"bit_accuracy\": {\"tolerance_db\": 6}}"));
-    run_result r = run_veltrane(p.analyze({"--no-bitexact", "--bitaccuracy", "--json", "--config", p.dir.file("tol.json")}));
+    run_result r = run_veltrane(p.analyze({"--no-bitexact", "--bitaccuracy", "--levelfidelity-ref-only",
+                                           "--artifact-ref-only", "--json", "--config", p.dir.file("tol.json")}));
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.out.ends_with(" (overall: PASS)\n"));  // bit accuracy never gates
     std::string doc = slurp(p.dir.file("report.json"));

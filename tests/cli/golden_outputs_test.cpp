@@ -4,6 +4,7 @@
 // fresh folder so the documents do not depend on where the test runs.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -74,7 +75,14 @@ TEST(GoldenOutputs, AnalyzePagesAndDocuments) {
 
     const char* site = R"({"general": {"test_engineer": "Jo <QA>", "test_product": "Amp-7", "tester_info_enabled": true},
                           "analysis": {"level_fidelity": {"p99_tolerance_db": 0.5}}})";
+    // The capture is 1.5 dB loud, with a 10-sample dropout and a click; level fidelity is
+    // reported only, so artifact detection alone fails the run.
+    std::vector<double> loud = mono;
+    for (double& v : loud) v *= std::pow(10.0, 1.5 / 20.0);
+    for (std::size_t i = 0; i < 10; ++i) loud[20000 + i] = 0.0;
+    loud[30000] += 0.4;
     const scenario scenarios[] = {
+        {"fail_mono_level_artifact", 1, 16, mono, loud, {"--json", "--levelfidelity-ref-only", "--exit-code"}, nullptr, 2},
         {"pass_stereo_24", 2, 24, stereo, stereo, {"--json"}},
         {"fail_mono_bitexact", 1, 16, mono, late, {"--json", "--bitexact", "--bitaccuracy", "--exit-code"}, site, 2},
         {"bit_accuracy_only", 2, 288, stereo, stereo, {"--json", "--no-bitexact", "--bitaccuracy"}},

@@ -1,0 +1,290 @@
+#include "checks/artifacts.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <new>
+
+#include "checks/bit_compare.h"
+#include "checks/order_statistics.h"
+
+namespace veltrane {
+namespace {
+
+constexpr double mad_to_sigma = 1.4826;  // 1 / 0.6745, the MAD of a unit normal distribution
+constexpr double min_mad = 1e-12;        // keeps a flat neighbourhood's ratio finite
+constexpr double float_full_scale_slack = 1e-9;  // float DUT: |x| within this of 1.0 is full scale
+constexpr double integer_clip_level = 0.999;     // integer DUT: at or above this is clipped
+
+std::unique_ptr<double[]> try_allocate(std::uint64_t count) {
+    try {
+        return std::unique_ptr<double[]>(new double[count]);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+// The neighbourhood of the current sample as an ascending array of up to 2 x (W/2)
+// values. Moving to the next sample replaces values in place, shifting only the elements
+// between the old and the new position. Equal values are interchangeable: +0.0 and -0.0
+// compare equal and may trade places, which changes no median or deviation magnitude.
+struct sorted_window {
+    double* v = nullptr;
+    std::size_t size = 0;
+
+    std::size_t position_of(double x) const { return static_cast<std::size_t>(std::lower_bound(v, v + size, x) - v); }
+
+    void replace(double old_value, double new_value) {
+        std::size_t p = position_of(old_value);
+        if (new_value > v[p]) {
+            while (p + 1 < size && v[p + 1] < new_value) {
+                v[p] = v[p + 1];
+                ++p;
+            }
+        } else {
+            while (p > 0 && v[p - 1] > new_value) {
+                v[p] = v[p - 1];
+                --p;
+            }
+        }
+        v[p] = new_value;
+    }
+    void insert(double x) {
+        std::size_t p = size;
+        while (p > 0 && v[p - 1] > x) {
+            v[p] = v[p - 1];
+            --p;
+        }
+        v[p] = x;
+        ++size;
+    }
+    void remove(double x) {
+        std::size_t p = position_of(x);
+        std::copy(v + p + 1, v + size, v + p);
+        --size;
+    }
+};
+
+// The local median of a sorted window and the sigma scale from its MAD. The deviations
+// |x - median| of the elements below the middle, read downward, and of the others, read
+// upward, are two ascending sequences (subtraction is monotone), so the MAD is a rank
+// selection across the two without sorting the deviations.
+constexpr double no_neighbour_sigma = 1.4826e-12;  // no neighbours: the clamped MAD's scale, as one constant
+
+double window_median(const sorted_window& w) {
+    const std::size_t m = w.size, half = m / 2;
+    if (m == 0) return 0.0;
+    return m % 2 ? w.v[half] : (w.v[half - 1] + w.v[half]) / 2.0;
+}
+
+// A lower bound of the MAD, from two deviations: of the r + 1 smallest deviations (r the
+// lower middle rank) one sequence holds at least floor(r / 2) + 1, so the deviation at
+// rank r is at least the smaller of the two sequences' elements at index floor(r / 2).
+double mad_lower_bound(const sorted_window& w, double med) {
+    const std::size_t m = w.size, half = m / 2;
+    const std::size_t t = (m - 1) / 2 / 2;
+    double bound = std::fabs(w.v[half + t] - med);  // the upper sequence always has more than t elements
+    if (t < half) bound = std::min(bound, std::fabs(w.v[half - 1 - t] - med));
+    return bound;
+}
+
+double window_mad(const sorted_window& w, double med) {
+    const std::size_t m = w.size;
+    const double* v = w.v;
+    const std::size_t half = m / 2;
+    // Lower sequence L[t] = |v[half - 1 - t] - med| (half values), upper sequence
+    // U[t] = |v[half + t] - med| (m - half values).
+    const std::size_t lower_len = half, upper_len = m - half;
+    auto L = [&](std::size_t t) { return std::fabs(v[half - 1 - t] - med); };
+    auto U = [&](std::size_t t) { return std::fabs(v[half + t] - med); };
+    // Rank r (0-based) of the merged order: take i from L and r + 1 - i from U, with i the
+    // smallest count for which L[i] is not below the last U taken.
+    const std::size_t r = (m - 1) / 2;  // the lower middle rank; for odd m the middle
+    std::size_t lo = r + 1 > upper_len ? r + 1 - upper_len : 0;
+    std::size_t hi = std::min(lower_len, r + 1);
+    while (lo < hi) {
+        std::size_t i = lo + (hi - lo) / 2;
+        std::size_t j = r + 1 - i;
+        if (j > 0 && L(i) < U(j - 1))
+            lo = i + 1;
+        else
+            hi = i;
+    }
+    const std::size_t i = lo, j = r + 1 - lo;
+    const double at_r = i == 0 ? U(j - 1) : (j == 0 ? L(i - 1) : std::max(L(i - 1), U(j - 1)));
+    if (m % 2 == 1) return at_r;
+    // The next rank is the smaller of the next candidates of either sequence.
+    double next;
+    if (i == lower_len)
+        next = U(j);
+    else if (j == upper_len)
+        next = L(i);
+    else
+        next = std::min(L(i), U(j));
+    return (at_r + next) / 2.0;
+}
+
+double sigma_of(double mad) { return mad_to_sigma * std::max(mad, min_mad); }
+
+// Running figures of the candidate event being scanned and of the best event per class.
+struct event_tracker {
+    event_tracker(const artifact_settings& s, artifact_channel& c) : set(s), ch(c) {}
+    const artifact_settings& set;
+    artifact_channel& ch;
+    bool in_run = false;
+    std::uint64_t start = 0, length = 0, sc_run = 0, sc_longest = 0;
+    double max_ratio = 0.0, max_global = 0.0;
+    struct best {
+        bool has = false;
+        std::uint64_t start = 0, length = 0;
+        double max_ratio = 0.0, max_global = 0.0;
+    } worst_counted, worst_minor;
+
+    void add(std::uint64_t frame, bool flagged, bool silence_or_clip, double local_ratio, double global_ratio) {
+        if (!flagged) {
+            close();
+            return;
+        }
+        if (!in_run) {
+            in_run = true;
+            start = frame;
+            length = sc_run = sc_longest = 0;
+            max_ratio = max_global = 0.0;
+        }
+        max_ratio = std::max(max_ratio, local_ratio);  // ratios are never negative
+        if (local_ratio > set.k) max_global = std::max(max_global, global_ratio);
+        sc_run = silence_or_clip ? sc_run + 1 : 0;
+        sc_longest = std::max(sc_longest, sc_run);
+        ++length;
+    }
+
+    void close() {
+        if (!in_run) return;
+        in_run = false;
+        if (length < static_cast<std::uint64_t>(std::max<std::int64_t>(set.min_run, 0))) return;
+        if (ch.event_count == 0) {
+            ch.first_event_start = start;
+            ch.first_event_length = length;
+        }
+        ++ch.event_count;
+        ch.samples_flagged += length;
+        const bool counted = max_ratio > set.k * set.min_severity || max_global > set.min_global_severity * set.k ||
+                             (sc_longest > 0 && static_cast<std::int64_t>(sc_longest) >= set.min_silence_clip_run);
+        if (counted) ++ch.counted_event_count;
+        best& b = counted ? worst_counted : worst_minor;
+        if (!b.has || max_ratio > b.max_ratio) b = {true, start, length, max_ratio, max_global};
+    }
+
+    void finish() {
+        close();
+        ch.minor_event_count = ch.event_count - ch.counted_event_count;
+        const best& b = worst_counted.has ? worst_counted : worst_minor;
+        if (b.has) {
+            ch.worst_event_start_frame = b.start;
+            ch.worst_event_length = b.length;
+            ch.worst_event_counted = worst_counted.has;
+            ch.worst_event_deviation_ratio = b.max_ratio;
+            if (set.k > 0.0) {
+                ch.worst_event_severity = b.max_ratio / set.k;
+                ch.worst_event_global_severity = b.max_global / set.k;
+            }
+        }
+        ch.pass = ch.counted_event_count == 0;
+    }
+};
+
+artifact_channel check_channel(const wav_audio& ref, const wav_audio& dut, std::int64_t offset, const overlap_range& o,
+                               std::uint32_t c, double floor, const artifact_settings& set) {
+    artifact_channel ch;
+    const std::uint64_t n = o.frames();
+    if (n == 0) return ch;
+    const std::uint64_t half = set.window_samples > 0 ? static_cast<std::uint64_t>(set.window_samples) / 2 : 0;
+    std::unique_ptr<double[]> diff = try_allocate(n);
+    std::unique_ptr<double[]> window = try_allocate(std::max<std::uint64_t>(2 * half, 1));
+    if (!diff || !window) return ch;
+
+    const std::size_t rs = ref.channels, ds = dut.channels;
+    const double* r0 = ref.samples.data() + static_cast<std::size_t>(o.start) * rs + c;
+    const double* d0 = dut.samples.data() + static_cast<std::size_t>(o.start + offset) * ds + c;
+    std::uint64_t excluded = 0;
+    for (std::uint64_t j = 0; j < n; ++j) {
+        const double r = r0[j * rs], d = d0[j * ds];
+        diff[j] = d - r;
+        excluded += floor > std::fabs(r) && floor > std::fabs(d);
+    }
+
+    // Whole-channel scale: median of the differences and of their deviations from it,
+    // selected in place (which reorders the array); the differences are then computed
+    // again, bit for bit the same, in frame order for the neighbourhood pass. So one
+    // double per frame is all the working memory the channel needs.
+    const double gmed = median_by_selection(diff.get(), n);
+    const double global_sigma = mad_to_sigma * std::max(median_deviation_by_selection(diff.get(), n, gmed), min_mad);
+    for (std::uint64_t j = 0; j < n; ++j) diff[j] = d0[j * ds] - r0[j * rs];
+
+    ch.samples_checked = n;
+    ch.samples_excluded = excluded;
+    const bool float_dut = wav_is_float(dut);
+    event_tracker events(set, ch);
+    sorted_window w{window.get(), 0};
+    for (std::uint64_t j = 1; j <= std::min(half, n - 1); ++j) w.insert(diff[j]);
+    for (std::uint64_t j = 0; j < n; ++j) {
+        if (j > 0 && half > 0) {
+            // From the neighbourhood of j - 1 to that of j: j - 1 joins, j leaves, the far
+            // left end leaves and the next index on the right joins, where they exist.
+            w.replace(diff[j], diff[j - 1]);
+            const bool leaving = j - 1 >= half, entering = j + half <= n - 1;
+            if (leaving && entering)
+                w.replace(diff[j - 1 - half], diff[j + half]);
+            else if (leaving)
+                w.remove(diff[j - 1 - half]);
+            else if (entering)
+                w.insert(diff[j + half]);
+        }
+        const double r = r0[j * rs], d = d0[j * ds];
+        const double ra = std::fabs(r), da = std::fabs(d);
+        if (floor > ra && floor > da) {  // below the floor: never flagged, its ratios unused
+            events.add(static_cast<std::uint64_t>(o.start) + j, false, false, 0.0, 0.0);
+            continue;
+        }
+        const bool clip = float_dut ? std::fabs(da - 1.0) < float_full_scale_slack && std::fabs(ra - 1.0) >= float_full_scale_slack
+                                    : da >= integer_clip_level && ra < integer_clip_level;
+        const bool dropout = !clip && d == 0.0 && r != 0.0;
+        const double med = window_median(w);
+        const double deviation = std::fabs(diff[j] - med);
+        double local_ratio;
+        if (w.size == 0) {
+            local_ratio = deviation / no_neighbour_sigma;
+        } else if (!clip && !dropout && !(deviation / sigma_of(mad_lower_bound(w, med)) > set.k)) {
+            // Not flagged: even the largest ratio the MAD allows stays within k (a smaller
+            // MAD can only give a larger ratio, and rounding keeps that order), so the
+            // exact ratio, which nothing else reads, is not needed.
+            events.add(static_cast<std::uint64_t>(o.start) + j, false, false, 0.0, 0.0);
+            continue;
+        } else {
+            local_ratio = deviation / sigma_of(window_mad(w, med));
+        }
+        const double global_ratio = deviation / global_sigma;
+        const bool flagged = clip || dropout || local_ratio > set.k;
+        events.add(static_cast<std::uint64_t>(o.start) + j, flagged, clip || dropout, local_ratio, global_ratio);
+    }
+    events.finish();
+    return ch;
+}
+
+}  // namespace
+
+artifact_result check_artifacts(const wav_audio& ref, const wav_audio& dut, std::int64_t offset_frames,
+                                const artifact_settings& settings) {
+    artifact_result res;
+    res.channel_count = ref.channels;
+    const double floor = std::pow(10.0, settings.noise_floor_db / 20.0);
+    overlap_range o = compute_overlap(ref.frame_count, dut.frame_count, static_cast<std::int32_t>(offset_frames));
+    if (dut.channels != ref.channels) o.end = o.start;  // nothing to pair
+    for (std::uint32_t c = 0; c < std::min<std::uint32_t>(ref.channels, 2); ++c) {
+        res.channels[c] = check_channel(ref, dut, offset_frames, o, c, floor, settings);
+        res.pass = res.pass && res.channels[c].pass;
+    }
+    return res;
+}
+
+}  // namespace veltrane
