@@ -119,6 +119,7 @@ void run_checks(report_inputs& in, const run_config& cfg) {
 int run_analyze(int argc, char** argv, error_report_request& request, std::ostream& out, std::ostream& err) {
     analyze_options opts;
     if (auto status = parse_analyze_options(argc, argv, opts, out, err)) return *status;
+    if (!outputs_spare_inputs(opts, err)) return 1;
     analyze_settings_files settings;
     if (!load_analyze_settings_files(opts, settings, err)) return 1;
 
@@ -175,8 +176,9 @@ int run_analyze(int argc, char** argv, error_report_request& request, std::ostre
     run_checks(in, cfg);
 
     const gating_summary verdict = collect_gating_failures(gating_inputs_from(in));
-    if (!build_results_json(in, verdict, in.results_json)) {
-        err << "error: internal -- results JSON exceeded buffer size\n";
+    std::string overflow;
+    if (!build_results_json(in, verdict, in.results_json, &overflow)) {
+        err << "error: internal -- results JSON exceeded buffer size (" << overflow << ")\n";
         return 1;
     }
 
@@ -191,7 +193,7 @@ int run_analyze(int argc, char** argv, error_report_request& request, std::ostre
         return 1;
     }
     if (opts.json && !write_text_file(paths.json_path, in.results_json)) {
-        err << "error: failed to write '" << paths.json_path << "'\n";
+        err << "error: failed to write '" << paths.json_path << "'" << stale_output_note(paths.json_path) << "\n";
         return 1;
     }
 

@@ -23,10 +23,12 @@ public:
     void f64(const char* key, double value) { ok_ = ok_ && json_add_double(w_, key, value, true); }
     void verdict(const char* key, bool pass) { str(key, pass ? "PASS" : "FAIL"); }
 
-    bool finish(std::string& document) {
-        if (!ok_) return false;
-        json_remove_trailing_comma(w_);
-        if (!json_end(w_)) return false;
+    bool finish(std::string& document, std::string* failure) {
+        if (ok_) json_remove_trailing_comma(w_);
+        if (!ok_ || !json_end(w_)) {
+            if (failure) *failure = json_failure_text(w_);
+            return false;
+        }
         document.assign(w_.buf, w_.len);
         return true;
     }
@@ -112,7 +114,8 @@ void write_bit_accuracy(results_writer& doc, const bit_compare_result& r, double
 
 }  // namespace
 
-bool build_results_json(const report_inputs& in, const gating_summary& verdict, std::string& document) {
+bool build_results_json(const report_inputs& in, const gating_summary& verdict, std::string& document,
+                        std::string* failure) {
     std::vector<char> storage(results_json_buffer_size);
     results_writer doc(storage);
     write_header(doc, in, verdict);
@@ -121,7 +124,7 @@ bool build_results_json(const report_inputs& in, const gating_summary& verdict, 
     // One block per check, in run order.
     if (in.bitexact_ran) write_bitexact(doc, in.bitexact);
     if (in.bitaccuracy_ran) write_bit_accuracy(doc, in.bitaccuracy, in.bitaccuracy_tolerance_db);
-    return doc.finish(document);
+    return doc.finish(document, failure);
 }
 
 }  // namespace veltrane

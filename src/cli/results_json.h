@@ -13,7 +13,9 @@ namespace veltrane {
 inline constexpr std::size_t results_json_buffer_size = 65536;
 
 // Builds the document: header, alignment, length mismatch, then one block per check that
-// ran, in run order. False when it does not fit the buffer (nothing usable is produced).
-bool build_results_json(const report_inputs& in, const gating_summary& verdict, std::string& document);
+// ran, in run order. False when it does not fit the buffer (nothing usable is produced);
+// `failure`, when given, then says which value did not fit (json_failure_text).
+bool build_results_json(const report_inputs& in, const gating_summary& verdict, std::string& document,
+                        std::string* failure = nullptr);
 
 }  // namespace veltrane
