@@ -94,13 +94,14 @@ bool atomic_output::open(const std::string& path) {
     struct stat st {};
     const bool exists = ::stat(target_path_.c_str(), &st) == 0;
     if (exists && S_ISDIR(st.st_mode)) return false;
-    if (exists && !S_ISREG(st.st_mode)) {
-        int fd = open_nonblocking(target_path_, O_WRONLY);
+    auto open_directly = [this](int flags) {
+        int fd = open_nonblocking(target_path_, flags);
         if (fd < 0) return false;
         file_ = ::fdopen(fd, "wb");
         if (!file_) ::close(fd);
         return file_ != nullptr;
-    }
+    };
+    if (exists && !S_ISREG(st.st_mode)) return open_directly(O_WRONLY);
 
     // The temporary file sits in the destination's own directory (only '/' separates
     // directories on this platform), named after the destination so that a leftover from
@@ -115,6 +116,9 @@ bool atomic_output::open(const std::string& path) {
     templ += name;
     templ += ".XXXXXX";
     int fd = ::mkstemp(templ.data());
+    // A writable file in a directory this process may not add files to can still only be
+    // overwritten in place, as before.
+    if (fd < 0 && errno == EACCES && exists) return open_directly(O_WRONLY | O_TRUNC);
     if (fd < 0) return false;
     temp_path_ = templ;
     const mode_t mode = exists ? (st.st_mode & 07777) : new_file_mode();

@@ -44,7 +44,9 @@ bool read_text_file(const std::string& path, std::string& text, std::size_t buff
 // temporary file is removed. A destination that is a symbolic link is resolved first, so
 // the file it points to is replaced and the link stays. A destination that exists and is
 // not a regular file (/dev/null, a FIFO, a terminal) is written directly instead: it
-// cannot be replaced, and a FIFO without a reader fails at once instead of blocking.
+// cannot be replaced, and a FIFO without a reader fails at once instead of blocking. So
+// is an existing file in a directory where no file may be created (permission denied):
+// overwriting it in place is then the only way, without the atomic guarantee.
 class atomic_output {
 public:
     atomic_output() = default;
