@@ -95,8 +95,9 @@ std::string wav_error_text();
 // Releases the samples and extra chunks and zeroes every field.
 void wav_free(wav_audio& audio);
 
-// For analyze: "file not found or not readable" when `path` cannot be opened for reading,
-// else wav_error_text().
+// For analyze: "file not found or not readable" when `path` cannot be opened for reading
+// as a regular file (missing, no permission, or a FIFO, device or directory), else
+// wav_error_text(). Never blocks.
 std::string describe_wav_read_failure(const std::string& path);
 
 // Writes a canonical WAV file (44-byte header for integer PCM, 58-byte header with a
@@ -104,7 +105,9 @@ std::string describe_wav_read_failure(const std::string& path);
 // away from zero; float samples are written unclamped. False when the path is empty, the
 // rate or channel count is 0, the format code is not one of the five, `samples` holds
 // fewer than frames * channels values (all checked before the file is created), the file
-// cannot be created or a write is short. Header sizes are 32-bit and wrap like the format's.
+// cannot be created or a write is short. The file is written under a temporary name and
+// renamed into place when complete (atomic_output), so a failure leaves no partial file
+// and any earlier file at `path` unchanged. Header sizes are 32-bit and wrap like the format's.
 bool wav_write(const std::string& path, std::uint32_t sample_rate, std::uint32_t channels,
                std::uint32_t format_code, std::span<const double> samples, std::uint64_t frames);
 

@@ -2,6 +2,7 @@
 // of the data chunk into normalised doubles.
 #include "audio/wav.h"
 
+#include "util/files.h"
 #include "util/memory.h"
 
 #include <algorithm>
@@ -227,8 +228,10 @@ wav_failure decode_into(std::span<const std::uint8_t> bytes, wav_audio& out, std
 // Reads a whole regular file with one read. Non-regular files (pipes, directories,
 // devices) are refused: their size is not known up front and they cannot be positioned.
 wav_failure read_whole_file(const std::string& path, std::unique_ptr<std::uint8_t[]>& data, std::size_t& size) {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
-    if (!file) return wav_failure::open_failed;
+    // Opened without blocking and only as a regular file: a FIFO would otherwise wait for
+    // a writer forever.
+    std::FILE* file = open_regular_file_for_reading(path);
+    if (!file) return path_exists(path) && !is_regular_file(path) ? wav_failure::read_failed : wav_failure::open_failed;
     struct file_closer {
         std::FILE* f;
         ~file_closer() { std::fclose(f); }
@@ -312,7 +315,7 @@ std::string wav_error_text() {
 void wav_free(wav_audio& audio) { audio = wav_audio{}; }
 
 std::string describe_wav_read_failure(const std::string& path) {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
+    std::FILE* file = open_regular_file_for_reading(path);
     if (!file) return "file not found or not readable";
     std::fclose(file);
     return wav_error_text();

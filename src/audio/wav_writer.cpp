@@ -3,6 +3,8 @@
 // written with one fwrite per block.
 #include "audio/wav.h"
 
+#include "util/files.h"
+
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -175,8 +177,11 @@ bool wav_write(const std::string& path, std::uint32_t sample_rate, std::uint32_t
     const bool is_float = (format_code & wav_float_flag) != 0;
     const std::uint32_t bits = format_code & ~wav_float_flag;
 
-    std::FILE* file = std::fopen(path.c_str(), "wb");
-    if (!file) return false;
+    // Written under a temporary name and moved into place when complete, so a failed
+    // write leaves no partial WAV file and an earlier file at `path` survives it.
+    atomic_output output;
+    if (!output.open(path)) return false;
+    std::FILE* file = output.file();
     bool ok = false;
     try {
         ok = write_all(file, make_header(sample_rate, channels, bits, is_float, frames));
@@ -194,8 +199,7 @@ bool wav_write(const std::string& path, std::uint32_t sample_rate, std::uint32_t
     } catch (const std::bad_alloc&) {
         ok = false;
     }
-    const bool closed = std::fclose(file) == 0;
-    return ok && closed;
+    return ok && output.commit();
 }
 
 }  // namespace veltrane

@@ -73,6 +73,7 @@ bool formats_comparable(const wav_audio& ref, const wav_audio& dut, std::ostream
 int run_analyze(int argc, char** argv, error_report_request& request, std::ostream& out, std::ostream& err) {
     analyze_options opts;
     if (auto status = parse_analyze_options(argc, argv, opts, out, err)) return *status;
+    if (!outputs_spare_inputs(opts, err)) return 1;
     analyze_settings_files settings;
     if (!load_analyze_settings_files(opts, settings, err)) return 1;
 
@@ -126,8 +127,9 @@ int run_analyze(int argc, char** argv, error_report_request& request, std::ostre
     const run_inputs run{opts.ref_path, opts.dut_path, &ref, &dut, &cfg};
     const gating_summary verdict = collect_gating_failures(results);
     std::string results_json;
-    if (!build_results_json(run, results, verdict, results_json)) {
-        err << "error: internal -- results JSON exceeded buffer size\n";
+    std::string overflow;
+    if (!build_results_json(run, results, verdict, results_json, &overflow)) {
+        err << "error: internal -- results JSON exceeded buffer size (" << overflow << ")\n";
         return 1;
     }
     const report_inputs page{&run, &results, &verdict, results_json, program_version, cfg.tester};
@@ -143,7 +145,7 @@ int run_analyze(int argc, char** argv, error_report_request& request, std::ostre
         return 1;
     }
     if (opts.json && !write_text_file(paths.json_path, results_json)) {
-        err << "error: failed to write '" << paths.json_path << "'\n";
+        err << "error: failed to write '" << paths.json_path << "'" << stale_output_note(paths.json_path) << "\n";
         return 1;
     }
 

@@ -46,7 +46,8 @@ void report_run_error(std::ostream& err, const char* format, ...) {
     run_error_summary_append(current_run_error_summary(), message);
 }
 
-bool build_error_document(const error_report_request& request, std::string_view error_text, std::string& document) {
+bool build_error_document(const error_report_request& request, std::string_view error_text, std::string& document,
+                          std::string* failure) {
     char buffer[error_document_buffer_size];
     json_writer w = make_json_writer(buffer, sizeof buffer);
     bool ok = json_begin(w) && json_add_int(w, "veltrane_phase", 2, true) &&
@@ -54,6 +55,7 @@ bool build_error_document(const error_report_request& request, std::string_view 
               json_add_string(w, "error", error_text, true) && json_add_string(w, "ref_file", request.ref_path, true) &&
               json_add_string(w, "dut_file", request.dut_path, false) && json_end(w);
     if (!ok) {
+        if (failure) *failure = json_failure_text(w);
         document.clear();
         return false;
     }
@@ -72,8 +74,14 @@ void write_error_report(const error_report_request& request, std::string_view er
     }
     if (request.json) {
         std::string document;
-        if (!build_error_document(request, error_text, document) || !write_text_file(paths.json_path, document)) {
-            err << "warning: could not write the error report '" << paths.json_path << "'\n";
+        std::string overflow;
+        const bool built = build_error_document(request, error_text, document, &overflow);
+        if (!built || !write_text_file(paths.json_path, document)) {
+            // The page just written is this run's; a document an earlier run left beside it
+            // would contradict it, so it goes.
+            err << "warning: could not write the error report '" << paths.json_path << "'";
+            if (!built) err << " (" << overflow << ")";
+            err << stale_output_note(paths.json_path) << "\n";
             return;
         }
     }

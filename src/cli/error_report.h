@@ -54,14 +54,19 @@ inline constexpr std::size_t error_document_buffer_size = 4096;
 
 // The flat JSON error document: veltrane_phase 2, status "error", overall_verdict
 // "ERROR", error (the summary), ref_file, dut_file (the last without a trailing comma).
-// False when an entry does not fit.
-bool build_error_document(const error_report_request& request, std::string_view error_text, std::string& document);
+// False when an entry does not fit; `failure`, when given, then says which
+// (json_failure_text).
+bool build_error_document(const error_report_request& request, std::string_view error_text, std::string& document,
+                          std::string* failure = nullptr);
 
 // Writes the ERROR page (and with --json the error document) where the report would have
 // gone, then prints "wrote an error report to <html> (overall: ERROR)" to `err`. Its
 // own failures are warnings ("warning: could not write the error report '<path>'"); an
-// unresolvable --out stays silent apart from the directory error. Never changes the
-// run's exit status.
+// unresolvable --out stays silent apart from the directory error. When the page was
+// written but the document was not, the warning also names the value that did not fit
+// (" (the \"error\" value is N bytes long after escaping, over the 511-byte limit)") and
+// a document an earlier run left at that path is removed (stale_output_note). Never
+// changes the run's exit status.
 void write_error_report(const error_report_request& request, std::string_view error_text, std::ostream& err);
 
 }  // namespace veltrane

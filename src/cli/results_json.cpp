@@ -23,10 +23,12 @@ public:
     void f64(const char* key, double value) { ok_ = ok_ && json_add_double(w_, key, value, true); }
     void verdict(const char* key, bool pass) { str(key, pass ? "PASS" : "FAIL"); }
 
-    bool finish(std::string& document) {
-        if (!ok_) return false;
-        json_remove_trailing_comma(w_);
-        if (!json_end(w_)) return false;
+    bool finish(std::string& document, std::string* failure) {
+        if (ok_) json_remove_trailing_comma(w_);
+        if (!ok_ || !json_end(w_)) {
+            if (failure) *failure = json_failure_text(w_);
+            return false;
+        }
         document.assign(w_.buf, w_.len);
         return true;
     }
@@ -331,7 +333,7 @@ constexpr block_writer check_blocks[check_count] = {
 }  // namespace
 
 bool build_results_json(const run_inputs& run, const run_results& results, const gating_summary& verdict,
-                        std::string& document) {
+                        std::string& document, std::string* failure) {
     std::vector<char> storage(results_json_buffer_size);
     results_writer doc(storage);
     write_header(doc, run, verdict);
@@ -341,7 +343,7 @@ bool build_results_json(const run_inputs& run, const run_results& results, const
         block_writer block = check_blocks[static_cast<std::size_t>(row.id)];
         if (block && results.of(row.id).ran) block(doc, results, *run.config);
     }
-    return doc.finish(document);
+    return doc.finish(document, failure);
 }
 
 }  // namespace veltrane

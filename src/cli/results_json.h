@@ -14,8 +14,9 @@ inline constexpr std::size_t results_json_buffer_size = 65536;
 
 // Builds the document: header, alignment, length mismatch, then one block per check that
 // ran, in the order of the table of checks. False when it does not fit the buffer
-// (nothing usable is produced).
+// (nothing usable is produced); `failure`, when given, then says which value did not fit
+// (json_failure_text).
 bool build_results_json(const run_inputs& run, const run_results& results, const gating_summary& verdict,
-                        std::string& document);
+                        std::string& document, std::string* failure = nullptr);
 
 }  // namespace veltrane

@@ -13,7 +13,8 @@
 
 namespace veltrane {
 
-// Loads the defaults file named by --defaults-cfg, or the one next to the executable.
+// Loads the defaults file named by --defaults-cfg, or the one next to the executable,
+// and range-checks its numbers (check_setting_ranges, labelled "veltrane-defaults.cfg").
 // On failure prints the matching "error: ..." line to `err` and returns false.
 bool load_command_defaults(const std::optional<std::string>& defaults_cfg_path, defaults_record& defaults,
                            std::ostream& err);
@@ -24,9 +25,10 @@ struct analyze_settings_files {
     defaults_record defaults;  // the defaults file (empty when there is none)
 };
 
-// In order: the --config file, the defaults file, the --config layer's profile, then the
-// defaults layer's profile. Prints the first failure's message to `err` and returns
-// false; nothing has been read from the audio files at that point.
+// In order: the --config file (then its ranges), the defaults file (then its ranges), the
+// --config layer's profile, then the defaults layer's profile. Prints the first
+// failure's message to `err` and returns false; nothing has been read from the audio
+// files at that point.
 bool load_analyze_settings_files(const analyze_options& opts, analyze_settings_files& files, std::ostream& err);
 
 }  // namespace veltrane

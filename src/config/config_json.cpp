@@ -1,5 +1,6 @@
 #include "config/config_json.h"
 
+#include <cmath>
 #include <cstdlib>
 
 namespace veltrane {
@@ -215,6 +216,10 @@ bool json_get_number(std::string_view text, std::string_view key, double& out) {
     char* stop = nullptr;
     double value = std::strtod(number.c_str(), &stop);
     if (stop == number.c_str()) return false;
+    // NaN and the infinities ("-nan", "-inf", or a number too large for a double such as
+    // 1e999) are no usable setting: such a value counts as not found, like any other
+    // value that does not read as a number.
+    if (!std::isfinite(value)) return false;
     out = value;
     return true;
 }

@@ -58,6 +58,8 @@ bool json_get_string(std::string_view text, std::string_view key, std::string& o
 bool json_get_int(std::string_view text, std::string_view key, std::int32_t& out);
 
 // A value starting with a digit or a minus sign, read by strtod from that character.
+// A value that reads as NaN or infinite (including one too large for a double) is not
+// found.
 bool json_get_number(std::string_view text, std::string_view key, double& out);
 
 // true when the value begins with "true", false when it begins with "false".

@@ -229,6 +229,17 @@ std::string format_line(const char* format, auto... args) {
     return line;
 }
 
+// llround(rate * seconds), kept defined for any input: the commands range-check the
+// setting (0 to 86400 s), but resolution itself must never reach an out-of-range
+// conversion, so a NaN or negative window reads as 0 and a larger one is capped at
+// 2^53 samples, far beyond any file.
+std::int64_t search_window_samples(std::uint32_t sample_rate_hz, double seconds) {
+    constexpr double max_samples = 9007199254740992.0;  // 2^53
+    const double samples = static_cast<double>(sample_rate_hz) * seconds;
+    if (!(samples > 0.0)) return 0;
+    return std::llround(samples < max_samples ? samples : max_samples);
+}
+
 // Written as membership so that a NaN fraction counts as outside the range.
 bool outside_overlap_range(double fraction) { return !(fraction >= 0.0 && fraction <= 0.5); }
 
@@ -254,7 +265,7 @@ alignment_settings resolve_alignment_settings(const config_layer& config_file, c
     s.min_confidence = number(param_id::alignment_fine_align_confidence_threshold, nullptr).number;
     s.agreement_tolerance_samples = number(param_id::alignment_fine_align_agreement_tolerance_samples, nullptr).integer;
     double max_search_sec = number(param_id::alignment_fine_align_max_search_sec, nullptr).number;
-    s.max_search_samples = std::llround(static_cast<double>(sample_rate_hz) * max_search_sec);
+    s.max_search_samples = search_window_samples(sample_rate_hz, max_search_sec);
     s.low_level_threshold_db = number(param_id::general_low_level_signal_threshold_db, &config_file).number;
     return s;
 }

@@ -123,15 +123,16 @@ std::string analysis_mode_name(const run_results& res, std::string_view spectral
 }
 
 std::string escape_script_close(std::string_view document) {
-    constexpr std::string_view closer = "</script";
     std::string out;
     out.reserve(document.size());
-    std::size_t pos = 0;
-    for (std::size_t hit; (hit = document.find(closer, pos)) != std::string_view::npos; pos = hit + closer.size()) {
-        out.append(document.substr(pos, hit - pos));
-        out.append("<\\/script");
+    for (char c : document) {
+        switch (c) {
+            case '<': out.append("\\u003c"); break;
+            case '>': out.append("\\u003e"); break;
+            case '&': out.append("\\u0026"); break;
+            default: out.push_back(c);
+        }
     }
-    out.append(document.substr(pos));
     return out;
 }
 

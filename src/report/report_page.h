@@ -19,8 +19,12 @@ const char* spectral_profile_name(std::string_view profile);
 // "16-bit", "24-bit", "32-bit", "32-bit float", "64-bit float" or "unknown".
 const char* bit_depth_word(std::uint32_t format_code);
 
-// The results document as embedded in the page: every "</script" becomes "<\/script" so
-// the island cannot end its script element early; every other byte is unchanged.
+// The results document as embedded in the page: every '<', '>' and '&' becomes
+// "\u003c", "\u003e" or "\u0026". Those bytes occur only inside string values (file
+// names), where the escapes read back as the same characters, so the island still parses
+// to exactly the results document; but no file name can close the script element
+// ("</SCRIPT" in any letter case), open a comment ("<!--") that swallows the next
+// script, or otherwise become markup. Every other byte is unchanged.
 std::string escape_script_close(std::string_view document);
 
 // The footer's tester row ("Tested by <b>..</b> &middot; product <b>..</b>"), nothing when

@@ -4,7 +4,9 @@ ERROR page and a real analyze report (written by the veltrane binary from a WAV 
 fixture program generates). No script errors, the theme toggle switches data-theme and its
 aria-label, the choice is stored and survives a reload and carries over to the next page,
 without a stored choice the page follows the system colour scheme, and the report's
-results island parses as JSON.
+results island parses as JSON. A report whose DUT file name holds markup ("</SCRIPT>",
+an <img> with an onerror handler, "<!--<script>") has no injected element, a working
+theme script and an island that parses back to the name.
 
 Usage: theme_test.py --fixture <page fixture program> --veltrane <veltrane binary>
 Exit status: 0 all checks passed, 1 a check failed, 77 Chromium is not installed (skip).
@@ -208,6 +210,28 @@ def run_checks(c, driver, By, pages):
     driver.refresh()
     expect_theme(c, driver, "report dark after reload", "dark", "dark", "dark", "pass")
 
+    # A report whose DUT name holds markup: nothing of the name becomes an element, the
+    # theme script still runs and the island parses back to the name.
+    driver.get("file://" + pages["hostile"])
+    hostile = driver.execute_script(
+        "var island = document.getElementById('veltrane-results');"
+        "var doc = null; try { doc = JSON.parse(island.textContent); } catch (e) {}"
+        "return {imgs: document.querySelectorAll('img').length, injected: window.__vtInjected,"
+        " scripts: document.scripts.length, dut: doc && doc.dut_file,"
+        " fname: document.querySelectorAll('.fname')[1].textContent,"
+        " errors: window.__vtErrors || ['error collector missing']};")
+    c.check("hostile name: no injected element", hostile["imgs"] == 0 and hostile.get("injected") is None,
+            repr(hostile))
+    c.check("hostile name: island parses to the name", hostile["dut"] == pages["hostile_dut"], repr(hostile))
+    c.check("hostile name shown as text", hostile["fname"] == pages["hostile_dut"], repr(hostile["fname"]))
+    c.check("hostile name: no script errors", not hostile["errors"] and not browser_errors(driver),
+            repr(hostile["errors"]))
+    before = driver.execute_script("return document.documentElement.getAttribute('data-theme');")
+    click_toggle(driver, By)
+    after = driver.execute_script("return document.documentElement.getAttribute('data-theme');")
+    c.check("hostile name: theme script still runs", after in ("light", "dark") and after != before,
+            "%r -> %r" % (before, after))
+
     # The error checks themselves must see an error: an inline script of the page throws
     # one (an inline script, like the page's own, so its message is not masked).
     driver.execute_script(
@@ -253,6 +277,15 @@ def main():
                  "report": os.path.join(page_dir, "report.html")}
         subprocess.run([args.veltrane, "analyze", "--ref", os.path.join(page_dir, "ref.wav"), "--dut",
                         os.path.join(page_dir, "dut.wav"), "--out", pages["report"], "--quiet"],
+                       check=True, timeout=120, stdout=subprocess.DEVNULL)
+        # The same capture under a hostile name: its "</" makes "x<" a directory.
+        os.mkdir(os.path.join(page_dir, "x<"))
+        pages["hostile_dut"] = os.path.join(
+            page_dir, "x</SCRIPT><img src=x onerror=window.__vtInjected=1><!--<script>.wav")
+        shutil.copy(os.path.join(page_dir, "dut.wav"), pages["hostile_dut"])
+        pages["hostile"] = os.path.join(page_dir, "hostile.html")
+        subprocess.run([args.veltrane, "analyze", "--ref", os.path.join(page_dir, "ref.wav"), "--dut",
+                        pages["hostile_dut"], "--out", pages["hostile"], "--quiet"],
                        check=True, timeout=120, stdout=subprocess.DEVNULL)
         driver = start_driver(webdriver, Service, os.path.join(workdir, "profile"))
         run_checks(c, driver, By, pages)

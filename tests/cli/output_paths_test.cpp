@@ -177,8 +177,10 @@ TEST(ErrorReport, FailuresAreWarnings) {
     // 511 escaped bytes still fit the document's error entry; 512 do not, and the page stays.
     EXPECT_EQ(error_report_stderr(request(tmp.file("fits.html")), std::string(511, 'z')),
               "wrote an error report to " + tmp.file("fits.html") + " (overall: ERROR)\n");
+    // The warning names the value that did not fit.
     EXPECT_EQ(error_report_stderr(request(tmp.file("long.html")), padded("", 510, 'z', "\"")),
-              warning(tmp.file("long.json")));
+              "warning: could not write the error report '" + tmp.file("long.json") +
+                  "' (the \"error\" value is 512 bytes long after escaping, over the 511-byte limit)\n");
     EXPECT_TRUE(std::filesystem::exists(tmp.file("long.html")));
     EXPECT_FALSE(std::filesystem::exists(tmp.file("long.json")));
     // The document's path is taken by a directory.

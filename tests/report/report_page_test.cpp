@@ -38,8 +38,11 @@ TEST(ReportPage, GaugeBands) {
     text_buf_free(buf);
 }
 
-TEST(ReportPage, ScriptCloseIsEscapedOnlyInLowerCase) {
-    EXPECT_EQ(escape_script_close("a</script>b</SCRIPT></script"), "a<\\/script>b</SCRIPT><\\/script");
+TEST(ReportPage, IslandCopyEscapesEveryMarkupCharacter) {
+    EXPECT_EQ(escape_script_close("a</script>b</SCRIPT>"), "a\\u003c/script\\u003eb\\u003c/SCRIPT\\u003e");
+    EXPECT_EQ(escape_script_close("<!--<script> & x"), "\\u003c!--\\u003cscript\\u003e \\u0026 x");
+    EXPECT_EQ(escape_script_close("{\n    \"k\": \"a\\\\b \\u0001 \xc3\xa9\"\n}\n"),
+              "{\n    \"k\": \"a\\\\b \\u0001 \xc3\xa9\"\n}\n");  // nothing else changes
     EXPECT_EQ(escape_script_close(""), "");
 }
 

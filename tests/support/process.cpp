@@ -5,7 +5,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
+#include <thread>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -26,7 +29,8 @@ std::string slurp(const std::string& path) {
 
 }  // namespace
 
-run_result run_program(const std::string& program, const std::vector<std::string>& args, const std::string& cwd) {
+run_result run_program(const std::string& program, const std::vector<std::string>& args, const std::string& cwd,
+                       double time_limit_seconds) {
     temp_dir capture;
     std::string out_path = capture.file("stdout");
     std::string err_path = capture.file("stderr");
@@ -50,10 +54,28 @@ run_result run_program(const std::string& program, const std::vector<std::string
     posix_spawn_file_actions_destroy(&actions);
     if (rc != 0) throw std::runtime_error("could not start " + program);
 
-    int wstatus = 0;
-    while (waitpid(pid, &wstatus, 0) < 0) {
-    }
+    const auto start = std::chrono::steady_clock::now();
+    auto elapsed = [&start] {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
     run_result result;
+    int wstatus = 0;
+    if (time_limit_seconds > 0.0) {
+        while (waitpid(pid, &wstatus, WNOHANG) == 0) {
+            if (elapsed() > time_limit_seconds) {
+                kill(pid, SIGKILL);
+                result.timed_out = true;
+                while (waitpid(pid, &wstatus, 0) < 0) {
+                }
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    } else {
+        while (waitpid(pid, &wstatus, 0) < 0) {
+        }
+    }
+    result.seconds = elapsed();
     result.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
     result.out = slurp(out_path);
     result.err = slurp(err_path);
@@ -62,6 +84,10 @@ run_result run_program(const std::string& program, const std::vector<std::string
 
 run_result run_veltrane(const std::vector<std::string>& args, const std::string& cwd) {
     return run_program(VELTRANE_BIN, args, cwd);
+}
+
+run_result run_veltrane_within(double time_limit_seconds, const std::vector<std::string>& args) {
+    return run_program(VELTRANE_BIN, args, {}, time_limit_seconds);
 }
 
 const std::string& usage_text_from_binary() {

@@ -1,6 +1,6 @@
 // libFuzzer harness for the settings-file reader: arbitrary bytes go through comment
-// stripping, the brace check, every getter, both layer loaders, the profiles and the
-// whole settings resolution and validation. Besides the sanitizers' findings it traps on
+// stripping, the brace check, every getter, both layer loaders, the profiles, the range
+// checks and the whole settings resolution and validation. Besides the sanitizers' findings it traps on
 // broken invariants (copies longer than their capacity, stripped text growing).
 #include <cstddef>
 #include <cstdint>
@@ -11,6 +11,7 @@
 #include "config/config_layer.h"
 #include "config/defaults_file.h"
 #include "config/run_config.h"
+#include "config/settings_ranges.h"
 
 namespace {
 
@@ -85,6 +86,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::string message;
         apply_default_profile(defaults.analysis, "veltrane-defaults.cfg", message);
     }
+    // As the commands do: resolution only sees layers whose numbers passed the range checks.
+    if (config_ok && check_setting_ranges(config_file, "--config")) config_ok = false;
+    if (defaults_ok && (check_setting_ranges(defaults.top_level, "veltrane-defaults.cfg") ||
+                        check_setting_ranges(defaults.analysis, "veltrane-defaults.cfg"))) {
+        defaults_ok = false;
+    }
+    if (!config_ok) config_file = config_layer{};
+    if (!defaults_ok) defaults = defaults_record{};
     if (config_ok || defaults_ok) exercise_resolution(config_file, defaults, size);
     return 0;
 }
