@@ -17,6 +17,16 @@ bool run_bit_accuracy(const check_context& ctx, run_results& out) {
     return out.bit_accuracy.pass;
 }
 
+bool run_loudness(const check_context& ctx, run_results& out) {
+    const run_config& cfg = ctx.cfg;
+    out.loudness = check_loudness(ctx.ref, ctx.dut, ctx.offset_frames,
+                                  cfg.number(param_id::loudness_integrated_tolerance_lu),
+                                  cfg.number(param_id::loudness_true_peak_tolerance_db),
+                                  cfg.present(param_id::loudness_true_peak_ceiling_dbtp),
+                                  cfg.number(param_id::loudness_true_peak_ceiling_dbtp));
+    return out.loudness.pass;
+}
+
 // Run order: bit-exactness, bit accuracy, time domain, impulse template, level fidelity,
 // artifact detection, spectral fidelity, distortion, loudness. Page order: spectral
 // fidelity, the bit card (bit-exactness or, when it did not run, bit accuracy: both share
@@ -40,7 +50,7 @@ constexpr check_info table[] = {
     {check_id::distortion, "distortion", "Distortion", "distortion", "Distortion", "distortion_",
      param_id::distortion_enabled, gate_rule::always, std::nullopt, shown_rule::always, 8, 4, nullptr},
     {check_id::loudness, "loudness", "Loudness", "loudness", "Loudness", "loudness_", param_id::loudness_enabled,
-     gate_rule::by_switch, param_id::loudness_gates_overall, shown_rule::always, 9, 5, nullptr},
+     gate_rule::by_switch, param_id::loudness_gates_overall, shown_rule::always, 9, 5, run_loudness},
     {check_id::time_domain, "time_domain", "Time Domain", "timedomain", "Time Domain", "time_domain_",
      param_id::time_domain_enabled, gate_rule::always, std::nullopt, shown_rule::when_ran, 3, 6, nullptr},
     {check_id::impulse_template, "impulse_template", "Impulse Template", "impulsetemplate", "Impulse Template",

@@ -114,6 +114,29 @@ void write_bit_accuracy(results_writer& doc, const run_results& res, const run_c
     doc.f64("bit_accuracy_worst_diff_dut_value", r.worst_diff_dut_value);
 }
 
+void write_loudness(results_writer& doc, const run_results& res, const run_config&) {
+    const loudness_result& r = res.loudness;
+    doc.verdict("loudness_verdict", r.pass);
+    doc.f64("loudness_ref_integrated_lufs", r.ref.integrated_lufs);
+    doc.f64("loudness_dut_integrated_lufs", r.dut.integrated_lufs);
+    doc.f64("loudness_delta_integrated_lu", r.delta_integrated_lu);
+    doc.f64("loudness_ref_lra_lu", r.ref.lra_lu);
+    doc.f64("loudness_dut_lra_lu", r.dut.lra_lu);
+    doc.f64("loudness_delta_lra_lu", r.delta_lra_lu);
+    doc.f64("loudness_ref_true_peak_dbtp", r.ref.true_peak_dbtp);
+    doc.f64("loudness_dut_true_peak_dbtp", r.dut.true_peak_dbtp);
+    doc.f64("loudness_delta_true_peak_db", r.delta_true_peak_db);
+    doc.f64("loudness_ref_sample_peak_dbfs", r.ref.sample_peak_dbfs);
+    doc.f64("loudness_dut_sample_peak_dbfs", r.dut.sample_peak_dbfs);
+    doc.f64("loudness_delta_sample_peak_db", r.delta_sample_peak_db);
+    doc.f64("loudness_ref_max_momentary_lufs", r.ref.max_momentary_lufs);
+    doc.f64("loudness_dut_max_momentary_lufs", r.dut.max_momentary_lufs);
+    doc.f64("loudness_delta_max_momentary_lu", r.delta_max_momentary_lu);
+    doc.f64("loudness_ref_max_short_term_lufs", r.ref.max_short_term_lufs);
+    doc.f64("loudness_dut_max_short_term_lufs", r.dut.max_short_term_lufs);
+    doc.f64("loudness_delta_max_short_term_lu", r.delta_max_short_term_lu);
+}
+
 using block_writer = void (*)(results_writer&, const run_results&, const run_config&);
 
 // The block of each check, by check_id; null for checks without a block of their own.
@@ -125,7 +148,7 @@ constexpr block_writer check_blocks[check_count] = {
     nullptr,             // artifact
     nullptr,             // spectral
     nullptr,             // distortion
-    nullptr,             // loudness
+    write_loudness,      // loudness
     nullptr,             // time_domain
     nullptr,             // impulse_template
 };

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <string>
 
+#include "report/loudness_card.h"
+
 namespace veltrane {
 namespace {
 
@@ -262,7 +264,7 @@ card_writer card_writer_for(check_id id) {
         nullptr,          // artifact
         nullptr,          // spectral
         nullptr,          // distortion
-        nullptr,          // loudness
+        append_loudness_card,  // loudness
         nullptr,          // time_domain
         nullptr,          // impulse_template
     };

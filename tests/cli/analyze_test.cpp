@@ -102,7 +102,13 @@ TEST(Analyze, IdenticalFilesPass) {
         "align_channel_0_ref_silent", "align_channel_0_dut_silent", "align_channel_1_confidence",
         "align_channel_1_offset", "align_channel_1_state", "align_channel_1_ref_silent", "align_channel_1_dut_silent",
         "length_mismatch_verdict", "length_mismatch_ref_uncovered_pct", "length_mismatch_ref_uncovered_samples",
-        "bitexact_verdict", "bitexact_samples_compared", "bitexact_samples_differing", "bitexact_max_error_db"};
+        "bitexact_verdict", "bitexact_samples_compared", "bitexact_samples_differing", "bitexact_max_error_db",
+        "loudness_verdict", "loudness_ref_integrated_lufs", "loudness_dut_integrated_lufs",
+        "loudness_delta_integrated_lu", "loudness_ref_lra_lu", "loudness_dut_lra_lu", "loudness_delta_lra_lu",
+        "loudness_ref_true_peak_dbtp", "loudness_dut_true_peak_dbtp", "loudness_delta_true_peak_db",
+        "loudness_ref_sample_peak_dbfs", "loudness_dut_sample_peak_dbfs", "loudness_delta_sample_peak_db",
+        "loudness_ref_max_momentary_lufs", "loudness_dut_max_momentary_lufs", "loudness_delta_max_momentary_lu",
+        "loudness_ref_max_short_term_lufs", "loudness_dut_max_short_term_lufs", "loudness_delta_max_short_term_lu"};
     EXPECT_EQ(json_keys(doc), expected);
     EXPECT_EQ(json_value(doc, "gating_failures"), "\"\"");
     EXPECT_EQ(json_value(doc, "gating_failure_count"), "0");

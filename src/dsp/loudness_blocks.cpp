@@ -1,0 +1,154 @@
+#include "dsp/loudness_blocks.h"
+
+#include <algorithm>
+#include <cmath>
+#include <new>
+
+namespace veltrane {
+namespace {
+
+// Adds v[0..len-1], in order, to each of G sums held in locals.
+template <std::size_t G>
+void add_run_group(double* sums, const double* v, std::size_t len) {
+    double acc[G];
+    for (std::size_t q = 0; q < G; ++q) acc[q] = sums[q];
+    for (std::size_t i = 0; i < len; ++i) {
+        const double x = v[i];
+        for (std::size_t q = 0; q < G; ++q) acc[q] += x;
+    }
+    for (std::size_t q = 0; q < G; ++q) sums[q] = acc[q];
+}
+
+// Adds v[0..len-1] in order to each of `count` sums: each sum still sees the samples one
+// after the other, but eight sums advance side by side.
+void add_run(double* sums, std::size_t count, const double* v, std::size_t len) {
+    std::size_t k = 0;
+    for (; k + 8 <= count; k += 8) add_run_group<8>(sums + k, v, len);
+    if (k + 4 <= count) {
+        add_run_group<4>(sums + k, v, len);
+        k += 4;
+    }
+    if (k + 2 <= count) {
+        add_run_group<2>(sums + k, v, len);
+        k += 2;
+    }
+    if (k < count) add_run_group<1>(sums + k, v, len);
+}
+
+}  // namespace
+
+double loudness_of_mean_square_sum(double sum) {
+    return sum == 0.0 ? no_level_db : 10.0 * std::log10(sum) + loudness_offset_db;
+}
+
+std::uint64_t block_series_count(std::uint64_t n, double fs, double block_sec, double overlap) {
+    const double duration = static_cast<double>(n) / fs;
+    if (block_sec > duration || overlap >= 1.0) return 0;
+    const double step = 1.0 - overlap;
+    const long long count = std::llround((duration - block_sec) / (block_sec * step)) + 1;
+    return count < 1 ? 1 : static_cast<std::uint64_t>(count);
+}
+
+block_span block_span_of(std::uint64_t i, double fs, double block_sec, double overlap) {
+    const double step = 1.0 - overlap;
+    const double pos = static_cast<double>(i) * step;
+    return {static_cast<std::int64_t>(std::floor(pos * block_sec * fs)),
+            static_cast<std::int64_t>(std::floor((pos + 1.0) * block_sec * fs))};
+}
+
+bool block_loudness(const double* const channels[2], std::size_t channel_count, std::uint64_t n, double fs,
+                    double block_sec, double overlap, bool keep_mean_squares, block_series& out) {
+    out = block_series{};
+    const std::uint64_t count = block_series_count(n, fs, block_sec, overlap);
+    try {
+        out.loudness.reserve(count);
+        if (keep_mean_squares)
+            for (std::size_t c = 0; c < channel_count; ++c) out.mean_square[c].reserve(count);
+    } catch (const std::bad_alloc&) {
+        out = block_series{};
+        return false;
+    }
+    for (std::uint64_t i = 0; i < count; ++i) {
+        const block_span s = block_span_of(i, fs, block_sec, overlap);
+        if (!block_measured(s, n)) continue;
+        const double len = static_cast<double>(s.end - s.first);
+        double total = 0.0;
+        for (std::size_t c = 0; c < channel_count; ++c) {
+            double sum = 0.0;
+            for (std::int64_t k = s.first; k < s.end; ++k) sum += channels[c][k] * channels[c][k];
+            const double ms = sum / len;
+            total += ms;
+            if (keep_mean_squares) out.mean_square[c].push_back(ms);
+        }
+        out.loudness.push_back(loudness_of_mean_square_sum(total));
+    }
+    return true;
+}
+
+bool block_sum_stream_init(block_sum_stream& s, std::uint64_t count, double fs, double block_sec, double overlap,
+                           std::size_t channel_count) {
+    s = block_sum_stream{};
+    try {
+        s.spans.resize(count);
+        for (std::size_t c = 0; c < channel_count; ++c) s.sums[c].assign(count, 0.0);
+    } catch (const std::bad_alloc&) {
+        s = block_sum_stream{};
+        return false;
+    }
+    for (std::uint64_t i = 0; i < count; ++i) s.spans[i] = block_span_of(i, fs, block_sec, overlap);
+    return true;
+}
+
+void block_sum_stream_add(block_sum_stream& s, const double* const squares[2], std::size_t channel_count,
+                          std::size_t frames) {
+    const std::size_t count = s.spans.size();
+    const std::int64_t base = s.next_sample;
+    const std::int64_t stop = base + static_cast<std::int64_t>(frames);
+    std::int64_t n = base;
+    while (n < stop) {
+        // Spans are ascending in both ends, so the blocks covering sample n are the
+        // contiguous run [ended, started): every block starting at or before n that has
+        // not ended yet. The run stays the same until the next block ends or starts.
+        while (s.ended < count && s.spans[s.ended].end <= n) ++s.ended;
+        while (s.started < count && s.spans[s.started].first <= n) ++s.started;
+        std::int64_t until = stop;
+        if (s.ended < count) until = std::min(until, s.spans[s.ended].end);
+        if (s.started < count) until = std::min(until, s.spans[s.started].first);
+        if (s.ended < s.started) {
+            const std::size_t len = static_cast<std::size_t>(until - n);
+            for (std::size_t c = 0; c < channel_count; ++c)
+                add_run(s.sums[c].data() + s.ended, s.started - s.ended, squares[c] + (n - base), len);
+        }
+        n = until;
+    }
+    s.next_sample = stop;
+}
+
+bool block_series_from_sums(const block_sum_stream& s, std::size_t channel_count, std::uint64_t count,
+                            std::uint64_t n, bool keep_mean_squares, block_series& out) {
+    out = block_series{};
+    count = std::min<std::uint64_t>(count, s.spans.size());
+    try {
+        out.loudness.reserve(count);
+        if (keep_mean_squares)
+            for (std::size_t c = 0; c < channel_count; ++c) out.mean_square[c].reserve(count);
+    } catch (const std::bad_alloc&) {
+        out = block_series{};
+        return false;
+    }
+    for (std::uint64_t i = 0; i < count; ++i) {
+        const block_span& sp = s.spans[i];
+        if (!block_measured(sp, n)) continue;
+        const double len = static_cast<double>(sp.end - sp.first);
+        double total = 0.0;
+        for (std::size_t c = 0; c < channel_count; ++c) {
+            const double ms = s.sums[c][i] / len;
+            total += ms;
+            if (keep_mean_squares) out.mean_square[c].push_back(ms);
+        }
+        out.loudness.push_back(loudness_of_mean_square_sum(total));
+    }
+    return true;
+}
+
+}  // namespace veltrane
