@@ -9,6 +9,7 @@
 #include <ctime>
 #include <numbers>
 #include <random>
+#include <string_view>
 #include <vector>
 
 #include "checks/loudness.h"
@@ -69,7 +70,9 @@ double cpu_seconds() {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+    // --fast-only skips the literal measurement (for profiling the product's).
+    const bool fast_only = argc > 1 && std::string_view(argv[1]) == "--fast-only";
     using clock = std::chrono::steady_clock;
     const veltrane::wav_audio files[2] = {make_pair_file(false), make_pair_file(true)};
     veltrane::loudness_measurement fast[2], literal[2];
@@ -80,6 +83,10 @@ int main() {
         for (int f = 0; f < 2; ++f) fast[f] = veltrane::measure_loudness(files[f], 2, 0, frames, rate_hz);
         best_fast_cpu = std::min(best_fast_cpu, cpu_seconds() - c0);
         best_fast = std::min(best_fast, std::chrono::duration<double>(clock::now() - t0).count());
+    }
+    if (fast_only) {
+        std::printf("measure_loudness of both files: %.3f s wall, %.3f s cpu (best of 3)\n", best_fast, best_fast_cpu);
+        return 0;
     }
     const auto t1 = clock::now();
     const double c1 = cpu_seconds();

@@ -27,6 +27,15 @@ bool run_loudness(const check_context& ctx, run_results& out) {
     return out.loudness.pass;
 }
 
+bool run_impulse_template(const check_context& ctx, run_results& out) {
+    const run_config& cfg = ctx.cfg;
+    out.impulse_template = check_impulse_template(
+        ctx.ref, ctx.dut, ctx.offset_frames, cfg.number(param_id::impulse_template_peak_threshold_db),
+        cfg.number(param_id::impulse_template_ratio), cfg.number(param_id::impulse_template_noise_floor_db),
+        cfg.integer(param_id::impulse_template_frame_size));
+    return out.impulse_template.pass;
+}
+
 // Run order: bit-exactness, bit accuracy, time domain, impulse template, level fidelity,
 // artifact detection, spectral fidelity, distortion, loudness. Page order: spectral
 // fidelity, the bit card (bit-exactness or, when it did not run, bit accuracy: both share
@@ -55,7 +64,7 @@ constexpr check_info table[] = {
      param_id::time_domain_enabled, gate_rule::always, std::nullopt, shown_rule::when_ran, 3, 6, nullptr},
     {check_id::impulse_template, "impulse_template", "Impulse Template", "impulsetemplate", "Impulse Template",
      "impulse_template_", param_id::impulse_template_enabled, gate_rule::always, std::nullopt, shown_rule::when_ran, 4,
-     7, nullptr},
+     7, run_impulse_template},
 };
 static_assert(std::size(table) == check_count);
 

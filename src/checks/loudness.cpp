@@ -125,7 +125,8 @@ loudness_measurement measure_loudness(const wav_audio& audio, std::size_t channe
             double* x = raw[c] + h;
             for (std::size_t i = 0; i < len; ++i) {
                 x[i] = src[i * stride + c];
-                sample_peak = std::fmax(sample_peak, std::fabs(x[i]));
+                const double v = std::fabs(x[i]);
+                sample_peak = v > sample_peak ? v : sample_peak;
             }
             true_peak = std::fmax(true_peak, true_peak_abs_max(taps, x, len));
             in[c] = x;

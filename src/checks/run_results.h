@@ -16,6 +16,7 @@
 #include "audio/wav.h"
 #include "checks/bit_compare.h"
 #include "checks/check_table.h"
+#include "checks/impulse_template.h"
 #include "checks/loudness.h"
 #include "config/run_config.h"
 
@@ -55,6 +56,7 @@ struct run_results {
     bit_compare_result bitexact;
     bit_compare_result bit_accuracy;
     loudness_result loudness;
+    impulse_template_result impulse_template;
 
     const check_status& of(check_id id) const { return status[static_cast<std::size_t>(id)]; }
     check_status& of(check_id id) { return status[static_cast<std::size_t>(id)]; }

@@ -137,6 +137,28 @@ void write_loudness(results_writer& doc, const run_results& res, const run_confi
     doc.f64("loudness_delta_max_short_term_lu", r.delta_max_short_term_lu);
 }
 
+void write_impulse_template(results_writer& doc, const run_results& res, const run_config&) {
+    static const char* const keys[2][5] = {
+        {"impulse_template_channel_0_total_fails", "impulse_template_channel_0_worst_sample",
+         "impulse_template_channel_0_worst_diff", "impulse_template_channel_0_worst_ref_amp",
+         "impulse_template_channel_0_worst_dut_amp"},
+        {"impulse_template_channel_1_total_fails", "impulse_template_channel_1_worst_sample",
+         "impulse_template_channel_1_worst_diff", "impulse_template_channel_1_worst_ref_amp",
+         "impulse_template_channel_1_worst_dut_amp"},
+    };
+    const impulse_template_result& r = res.impulse_template;
+    doc.verdict("impulse_template_verdict", r.pass);
+    for (std::uint64_t c = 0; c < r.channel_count && c < 2; ++c) {
+        const impulse_template_channel& ch = r.channels[c];
+        doc.u64(keys[c][0], ch.total_fails);
+        if (!ch.has_worst) continue;
+        doc.i64(keys[c][1], ch.worst_sample);
+        doc.f64(keys[c][2], ch.worst_diff);
+        doc.f64(keys[c][3], ch.worst_ref_amp);
+        doc.f64(keys[c][4], ch.worst_dut_amp);
+    }
+}
+
 using block_writer = void (*)(results_writer&, const run_results&, const run_config&);
 
 // The block of each check, by check_id; null for checks without a block of their own.
@@ -150,7 +172,7 @@ constexpr block_writer check_blocks[check_count] = {
     nullptr,             // distortion
     write_loudness,      // loudness
     nullptr,             // time_domain
-    nullptr,             // impulse_template
+    write_impulse_template,  // impulse_template
 };
 
 }  // namespace

@@ -28,7 +28,10 @@ double true_peak_abs_max(const std::array<double, true_peak_tap_count>& h, const
             const double v = x[static_cast<std::ptrdiff_t>(m) - static_cast<std::ptrdiff_t>(j)];
             for (std::size_t p = 0; p < true_peak_phases; ++p) acc[p] += h[4 * j + p] * v;
         }
-        for (double a : acc) peak = std::fmax(peak, std::fabs(a));
+        for (double a : acc) {
+            const double v = std::fabs(a);
+            peak = v > peak ? v : peak;  // a plain comparison: the maths library's fmax is a call
+        }
     }
     return peak;
 }

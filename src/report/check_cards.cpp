@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string>
 
+#include "report/impulse_card.h"
 #include "report/loudness_card.h"
 
 namespace veltrane {
@@ -266,7 +267,7 @@ card_writer card_writer_for(check_id id) {
         nullptr,          // distortion
         append_loudness_card,  // loudness
         nullptr,          // time_domain
-        nullptr,          // impulse_template
+        append_impulse_card,  // impulse_template
     };
     return cards[static_cast<std::size_t>(id)];
 }

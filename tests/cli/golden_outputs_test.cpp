@@ -65,8 +65,10 @@ TEST(GoldenOutputs, AnalyzePagesAndDocuments) {
     late[5000] += 1.0 / 32767.0;
     std::vector<double> inverted = stereo;
     for (double& v : inverted) v = -v;
-    std::vector<double> louder = stereo;  // +1.6 dB: integrated loudness and true peak out of tolerance
-    for (double& v : louder) v *= 1.2;
+    // +2.3 dB: integrated loudness and true peak out of tolerance, and every sample above
+    // 1.25 x the reference's magnitude and the -30 dBFS floor out of the impulse template.
+    std::vector<double> louder = stereo;
+    for (double& v : louder) v *= 1.3;
 
     const char* site = R"({"general": {"test_engineer": "Jo <QA>", "test_product": "Amp-7", "tester_info_enabled": true},
                           "analysis": {"level_fidelity": {"p99_tolerance_db": 0.5}}})";
@@ -75,7 +77,7 @@ TEST(GoldenOutputs, AnalyzePagesAndDocuments) {
         {"fail_mono_bitexact", 1, 16, mono, late, {"--json", "--bitexact", "--bitaccuracy", "--exit-code"}, site, 2},
         {"bit_accuracy_only", 2, 288, stereo, stereo, {"--json", "--no-bitexact", "--bitaccuracy"}},
         {"error_polarity", 2, 16, stereo, inverted, {"--json"}, nullptr, 1},
-        {"fail_loudness_gating", 2, 24, stereo, louder, {"--json", "--loudness", "--exit-code"}, nullptr, 2},
+        {"fail_loudness_impulse", 2, 24, stereo, louder, {"--json", "--loudness", "--impulse", "--exit-code"}, nullptr, 2},
     };
     for (const scenario& s : scenarios) check_scenario(s);
 }
