@@ -14,6 +14,27 @@ namespace {
 // their K-weighted squares of both channels fit in a few hundred kilobytes.
 constexpr std::size_t piece_frames = 8192;
 
+// Copies one channel's samples of a piece (stride `stride` apart) to x and returns their
+// largest magnitude. Four running maxima keep the comparisons independent.
+double copy_channel(const double* src, std::size_t stride, std::size_t len, double* x) {
+    double p[4] = {0.0, 0.0, 0.0, 0.0};
+    std::size_t i = 0;
+    for (; i + 4 <= len; i += 4) {
+        for (std::size_t q = 0; q < 4; ++q) {
+            const double v = src[(i + q) * stride];
+            x[i + q] = v;
+            const double a = std::fabs(v);
+            p[q] = a > p[q] ? a : p[q];
+        }
+    }
+    for (; i < len; ++i) {
+        x[i] = src[i * stride];
+        const double a = std::fabs(x[i]);
+        p[0] = a > p[0] ? a : p[0];
+    }
+    return std::max(std::max(p[0], p[1]), std::max(p[2], p[3]));
+}
+
 // 1e-5 relative margin so a figure equal to its limit up to rounding passes.
 bool within(double value, double limit) { return value <= limit + 1e-5 * std::fabs(limit); }
 
@@ -123,12 +144,8 @@ loudness_measurement measure_loudness(const wav_audio& audio, std::size_t channe
         const double* in[2] = {nullptr, nullptr};
         for (std::size_t c = 0; c < channel_count; ++c) {
             double* x = raw[c] + h;
-            for (std::size_t i = 0; i < len; ++i) {
-                x[i] = src[i * stride + c];
-                const double v = std::fabs(x[i]);
-                sample_peak = v > sample_peak ? v : sample_peak;
-            }
-            true_peak = std::fmax(true_peak, true_peak_abs_max(taps, x, len));
+            sample_peak = std::max(sample_peak, copy_channel(src + c, stride, len, x));
+            true_peak = true_peak_abs_max(taps, x, len, true_peak);
             in[c] = x;
         }
         k_weight_squares(weighting, in, channel_count, len, squares);

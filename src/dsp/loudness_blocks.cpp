@@ -4,35 +4,63 @@
 #include <cmath>
 #include <new>
 
+#include "dsp/simd_lanes.h"
+
 namespace veltrane {
 namespace {
 
-// Adds v[0..len-1], in order, to each of G sums held in locals.
-template <std::size_t G>
-void add_run_group(double* sums, const double* v, std::size_t len) {
-    double acc[G];
-    for (std::size_t q = 0; q < G; ++q) acc[q] = sums[q];
+// Adds v[c][0..len-1], in order, to each of G consecutive sums of every channel c, the
+// sums held in vector lanes: each sum still sees the samples one after the other, while
+// G x C sums advance side by side (enough independent additions to keep the adder busy).
+template <std::size_t G, std::size_t C>
+void add_run_group(double* const sums[], std::size_t k, const double* const v[], std::size_t len) {
+    static_assert(G % 2 == 0);
+    lanes2 acc[C][G / 2];
+    for (std::size_t c = 0; c < C; ++c)
+        for (std::size_t q = 0; q < G / 2; ++q) acc[c][q] = lanes2{sums[c][k + 2 * q], sums[c][k + 2 * q + 1]};
     for (std::size_t i = 0; i < len; ++i) {
-        const double x = v[i];
-        for (std::size_t q = 0; q < G; ++q) acc[q] += x;
+        for (std::size_t c = 0; c < C; ++c) {
+            const lanes2 x = broadcast2(v[c][i]);
+            for (std::size_t q = 0; q < G / 2; ++q) acc[c][q] += x;
+        }
     }
-    for (std::size_t q = 0; q < G; ++q) sums[q] = acc[q];
+    for (std::size_t c = 0; c < C; ++c)
+        for (std::size_t q = 0; q < G / 2; ++q) {
+            sums[c][k + 2 * q] = acc[c][q][0];
+            sums[c][k + 2 * q + 1] = acc[c][q][1];
+        }
 }
 
-// Adds v[0..len-1] in order to each of `count` sums: each sum still sees the samples one
-// after the other, but eight sums advance side by side.
-void add_run(double* sums, std::size_t count, const double* v, std::size_t len) {
-    std::size_t k = 0;
-    for (; k + 8 <= count; k += 8) add_run_group<8>(sums + k, v, len);
-    if (k + 4 <= count) {
-        add_run_group<4>(sums + k, v, len);
+// The last odd sum of a run, for every channel.
+template <std::size_t C>
+void add_run_single(double* const sums[], std::size_t k, const double* const v[], std::size_t len) {
+    double acc[C];
+    for (std::size_t c = 0; c < C; ++c) acc[c] = sums[c][k];
+    for (std::size_t i = 0; i < len; ++i)
+        for (std::size_t c = 0; c < C; ++c) acc[c] += v[c][i];
+    for (std::size_t c = 0; c < C; ++c) sums[c][k] = acc[c];
+}
+
+// Adds v[c][0..len-1] in order to the sums [first, first + count) of every channel.
+template <std::size_t C>
+void add_run(double* const sums[], std::size_t first, std::size_t count, const double* const v[], std::size_t len) {
+    constexpr std::size_t wide = C == 1 ? 16 : 8;  // 8 vector accumulators in flight
+    std::size_t k = first;
+    const std::size_t end = first + count;
+    for (; k + wide <= end; k += wide) add_run_group<wide, C>(sums, k, v, len);
+    if (k + 8 <= end) {
+        add_run_group<8, C>(sums, k, v, len);
+        k += 8;
+    }
+    if (k + 4 <= end) {
+        add_run_group<4, C>(sums, k, v, len);
         k += 4;
     }
-    if (k + 2 <= count) {
-        add_run_group<2>(sums + k, v, len);
+    if (k + 2 <= end) {
+        add_run_group<2, C>(sums, k, v, len);
         k += 2;
     }
-    if (k < count) add_run_group<1>(sums + k, v, len);
+    if (k < end) add_run_single<C>(sums, k, v, len);
 }
 
 }  // namespace
@@ -116,8 +144,12 @@ void block_sum_stream_add(block_sum_stream& s, const double* const squares[2], s
         if (s.started < count) until = std::min(until, s.spans[s.started].first);
         if (s.ended < s.started) {
             const std::size_t len = static_cast<std::size_t>(until - n);
-            for (std::size_t c = 0; c < channel_count; ++c)
-                add_run(s.sums[c].data() + s.ended, s.started - s.ended, squares[c] + (n - base), len);
+            double* sums[2] = {s.sums[0].data(), s.sums[1].data()};
+            const double* v[2] = {squares[0] + (n - base), channel_count > 1 ? squares[1] + (n - base) : nullptr};
+            if (channel_count > 1)
+                add_run<2>(sums, s.ended, s.started - s.ended, v, len);
+            else
+                add_run<1>(sums, s.ended, s.started - s.ended, v, len);
         }
         n = until;
     }

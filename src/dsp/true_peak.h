@@ -24,10 +24,16 @@ inline constexpr std::size_t true_peak_history = true_peak_taps_per_phase - 1;  
 // scaled so the 48 taps sum to 4.0 (unity gain per phase on average).
 std::array<double, true_peak_tap_count> true_peak_filter();
 
-// Largest |y| over m = 0..count-1 and all four phases, for the samples x[0..count-1];
-// x[-11..-1] must be readable and hold the samples before x[0] (zeros at the start of a
-// signal). Outputs are computed four phases at a time, each in its own ascending order, so
-// the values are those of the one-at-a-time sum. 0.0 for count 0.
-double true_peak_abs_max(const std::array<double, true_peak_tap_count>& h, const double* x, std::size_t count);
+// max(peak_so_far, largest |y| over m = 0..count-1 and all four phases) for the samples
+// x[0..count-1]; x[-11..-1] must be readable and hold the samples before x[0] (zeros at the
+// start of a signal). The result is exactly that of the one-at-a-time sums:
+//   - sixteen outputs (four input indices, four phases) are computed side by side, each
+//     summed over j in ascending order from 0.0;
+//   - a group of four input indices whose outputs cannot exceed the running peak is
+//     skipped: |y| <= sum_j |h[p + 4j]| * max |x[m - j]|, and that bound, raised by a
+//     margin far above the rounding of a 12-term sum, is compared with the peak. Only
+//     values that cannot change the maximum are left out.
+double true_peak_abs_max(const std::array<double, true_peak_tap_count>& h, const double* x, std::size_t count,
+                         double peak_so_far = 0.0);
 
 }  // namespace veltrane
