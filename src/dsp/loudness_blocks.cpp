@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <new>
 
 #include "dsp/simd_lanes.h"
@@ -13,27 +14,25 @@ namespace {
 // sums held in vector lanes: each sum still sees the samples one after the other, while
 // G x C sums advance side by side (enough independent additions to keep the adder busy).
 template <std::size_t G, std::size_t C>
-void add_run_group(double* const sums[], std::size_t k, const double* const v[], std::size_t len) {
-    static_assert(G % 2 == 0);
-    lanes2 acc[C][G / 2];
+[[gnu::always_inline]] inline void add_run_group(double* const sums[], std::size_t k, const double* const v[], std::size_t len) {
+    static_assert(G % 4 == 0);
+    lanes4 acc[C][G / 4];
     for (std::size_t c = 0; c < C; ++c)
-        for (std::size_t q = 0; q < G / 2; ++q) acc[c][q] = lanes2{sums[c][k + 2 * q], sums[c][k + 2 * q + 1]};
+        for (std::size_t q = 0; q < G / 4; ++q) std::memcpy(&acc[c][q], sums[c] + k + 4 * q, sizeof acc[c][q]);
     for (std::size_t i = 0; i < len; ++i) {
         for (std::size_t c = 0; c < C; ++c) {
-            const lanes2 x = broadcast2(v[c][i]);
-            for (std::size_t q = 0; q < G / 2; ++q) acc[c][q] += x;
+            const double s = v[c][i];
+            const lanes4 x = {s, s, s, s};
+            for (std::size_t q = 0; q < G / 4; ++q) acc[c][q] += x;
         }
     }
     for (std::size_t c = 0; c < C; ++c)
-        for (std::size_t q = 0; q < G / 2; ++q) {
-            sums[c][k + 2 * q] = acc[c][q][0];
-            sums[c][k + 2 * q + 1] = acc[c][q][1];
-        }
+        for (std::size_t q = 0; q < G / 4; ++q) std::memcpy(sums[c] + k + 4 * q, &acc[c][q], sizeof acc[c][q]);
 }
 
 // The last odd sum of a run, for every channel.
 template <std::size_t C>
-void add_run_single(double* const sums[], std::size_t k, const double* const v[], std::size_t len) {
+[[gnu::always_inline]] inline void add_run_single(double* const sums[], std::size_t k, const double* const v[], std::size_t len) {
     double acc[C];
     for (std::size_t c = 0; c < C; ++c) acc[c] = sums[c][k];
     for (std::size_t i = 0; i < len; ++i)
@@ -43,8 +42,8 @@ void add_run_single(double* const sums[], std::size_t k, const double* const v[]
 
 // Adds v[c][0..len-1] in order to the sums [first, first + count) of every channel.
 template <std::size_t C>
-void add_run(double* const sums[], std::size_t first, std::size_t count, const double* const v[], std::size_t len) {
-    constexpr std::size_t wide = C == 1 ? 16 : 8;  // 8 vector accumulators in flight
+[[gnu::always_inline]] inline void add_run(double* const sums[], std::size_t first, std::size_t count, const double* const v[], std::size_t len) {
+    constexpr std::size_t wide = C == 1 ? 32 : 16;  // 8 four-lane accumulators in flight
     std::size_t k = first;
     const std::size_t end = first + count;
     for (; k + wide <= end; k += wide) add_run_group<wide, C>(sums, k, v, len);
@@ -56,11 +55,7 @@ void add_run(double* const sums[], std::size_t first, std::size_t count, const d
         add_run_group<4, C>(sums, k, v, len);
         k += 4;
     }
-    if (k + 2 <= end) {
-        add_run_group<2, C>(sums, k, v, len);
-        k += 2;
-    }
-    if (k < end) add_run_single<C>(sums, k, v, len);
+    for (; k < end; ++k) add_run_single<C>(sums, k, v, len);
 }
 
 }  // namespace
@@ -127,7 +122,9 @@ bool block_sum_stream_init(block_sum_stream& s, std::uint64_t count, double fs, 
     return true;
 }
 
-void block_sum_stream_add(block_sum_stream& s, const double* const squares[2], std::size_t channel_count,
+// Built twice, for the baseline instruction set and for AVX2 (four lanes per register),
+// the better one chosen when the program starts; the lanes compute the same values.
+__attribute__((target_clones("avx2", "default"))) void block_sum_stream_add(block_sum_stream& s, const double* const squares[2], std::size_t channel_count,
                           std::size_t frames) {
     const std::size_t count = s.spans.size();
     const std::int64_t base = s.next_sample;

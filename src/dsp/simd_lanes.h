@@ -7,6 +7,9 @@
 namespace veltrane {
 
 using lanes2 = double __attribute__((vector_size(16)));
+// Four lanes: two SSE2 registers on the baseline, one AVX register where available. Kept
+// out of function signatures (their passing convention differs between the two).
+using lanes4 = double __attribute__((vector_size(32)));
 
 inline lanes2 broadcast2(double v) { return lanes2{v, v}; }
 
