@@ -75,7 +75,9 @@ TEST(KWeighting, StreamedPiecesEqualTheWholeBuffer) {
         }
         for (std::size_t i = 0; i < left.size(); ++i) {
             ASSERT_EQ(sl[i], wl[i] * wl[i]) << i;
-            if (channels == 2) ASSERT_EQ(sr[i], wr[i] * wr[i]) << i;
+            if (channels == 2) {
+                ASSERT_EQ(sr[i], wr[i] * wr[i]) << i;
+            }
         }
     }
 }
