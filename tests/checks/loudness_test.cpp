@@ -45,17 +45,18 @@ wav_audio tone_segments(std::uint32_t rate, const std::vector<segment>& segments
     std::vector<double> cycle(period);
     for (std::uint32_t i = 0; i < period; ++i)
         cycle[i] = std::sin(2.0 * std::numbers::pi * 1000.0 * static_cast<double>(i) / rate);
-    std::vector<double> samples;
+    double total_sec = 0.0;
+    for (const segment& s : segments) total_sec += s.seconds;
+    std::vector<double> samples(2 * static_cast<std::size_t>(std::llround(total_sec * rate)));
     std::uint64_t frame = 0;
     double end_sec = 0.0;
     for (const segment& s : segments) {
         end_sec += s.seconds;
         const std::uint64_t end = static_cast<std::uint64_t>(std::llround(end_sec * rate));
         const double amp = std::pow(10.0, s.dbfs / 20.0);
-        for (; frame < end; ++frame) {
-            const double v = amp * cycle[frame % period];
-            samples.push_back(v);
-            samples.push_back(v);
+        for (std::uint32_t phase = static_cast<std::uint32_t>(frame % period); frame < end; ++frame) {
+            samples[2 * frame] = samples[2 * frame + 1] = amp * cycle[phase];
+            if (++phase == period) phase = 0;
         }
     }
     return make_audio(rate, 2, std::move(samples));
