@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "dsp/simd_lanes.h"
+
 namespace veltrane {
 namespace {
 
@@ -69,10 +71,37 @@ void k_weight_in_place(const k_weighting& k, std::span<double> samples) {
     for (double& x : samples) x = biquad_step(k.high_pass, s2, biquad_step(k.shelf, s1, x));
 }
 
+// Both channels in the two lanes of one vector: each lane runs the scalar recurrence.
+void stereo_squares(k_weighting_stream& st, const double* const in[2], std::size_t frames, double* const squares[2]) {
+    const biquad f1 = st.filter.shelf, f2 = st.filter.high_pass;
+    const lanes2 b10 = broadcast2(f1.b0), b11 = broadcast2(f1.b1), b12 = broadcast2(f1.b2);
+    const lanes2 a11 = broadcast2(f1.a1), a12 = broadcast2(f1.a2);
+    const lanes2 b20 = broadcast2(f2.b0), b21 = broadcast2(f2.b1), b22 = broadcast2(f2.b2);
+    const lanes2 a21 = broadcast2(f2.a1), a22 = broadcast2(f2.a2);
+    lanes2 s11 = {st.shelf[0].s1, st.shelf[1].s1}, s12 = {st.shelf[0].s2, st.shelf[1].s2};
+    lanes2 s21 = {st.high_pass[0].s1, st.high_pass[1].s1}, s22 = {st.high_pass[0].s2, st.high_pass[1].s2};
+    for (std::size_t i = 0; i < frames; ++i) {
+        const lanes2 x = {in[0][i], in[1][i]};
+        const lanes2 u = b10 * x + s11;
+        s11 = b11 * x - a11 * u + s12;
+        s12 = b12 * x - a12 * u;
+        const lanes2 y = b20 * u + s21;
+        s21 = b21 * u - a21 * y + s22;
+        s22 = b22 * u - a22 * y;
+        const lanes2 sq = y * y;
+        squares[0][i] = sq[0];
+        squares[1][i] = sq[1];
+    }
+    for (std::size_t c = 0; c < 2; ++c) {
+        st.shelf[c] = {s11[c], s12[c]};
+        st.high_pass[c] = {s21[c], s22[c]};
+    }
+}
+
 void k_weight_squares(k_weighting_stream& stream, const double* const in[2], std::size_t channels,
                       std::size_t frames, double* const squares[2]) {
     if (channels >= 2)
-        squares_of<2>(stream, in, frames, squares);
+        stereo_squares(stream, in, frames, squares);
     else if (channels == 1)
         squares_of<1>(stream, in, frames, squares);
 }
