@@ -55,6 +55,25 @@ bool run_time_domain(const check_context& ctx, run_results& out) {
     return out.time_domain.pass;
 }
 
+bool run_loudness(const check_context& ctx, run_results& out) {
+    const run_config& cfg = ctx.cfg;
+    out.loudness = check_loudness(ctx.ref, ctx.dut, ctx.offset_frames,
+                                  cfg.number(param_id::loudness_integrated_tolerance_lu),
+                                  cfg.number(param_id::loudness_true_peak_tolerance_db),
+                                  cfg.present(param_id::loudness_true_peak_ceiling_dbtp),
+                                  cfg.number(param_id::loudness_true_peak_ceiling_dbtp));
+    return out.loudness.pass;
+}
+
+bool run_impulse_template(const check_context& ctx, run_results& out) {
+    const run_config& cfg = ctx.cfg;
+    out.impulse_template = check_impulse_template(
+        ctx.ref, ctx.dut, ctx.offset_frames, cfg.number(param_id::impulse_template_peak_threshold_db),
+        cfg.number(param_id::impulse_template_ratio), cfg.number(param_id::impulse_template_noise_floor_db),
+        cfg.integer(param_id::impulse_template_frame_size));
+    return out.impulse_template.pass;
+}
+
 // Run order: bit-exactness, bit accuracy, time domain, impulse template, level fidelity,
 // artifact detection, spectral fidelity, distortion, loudness. Page order: spectral
 // fidelity, the bit card (bit-exactness or, when it did not run, bit accuracy: both share
@@ -78,12 +97,12 @@ constexpr check_info table[] = {
     {check_id::distortion, "distortion", "Distortion", "distortion", "Distortion", "distortion_",
      param_id::distortion_enabled, gate_rule::always, std::nullopt, shown_rule::always, 8, 4, run_distortion},
     {check_id::loudness, "loudness", "Loudness", "loudness", "Loudness", "loudness_", param_id::loudness_enabled,
-     gate_rule::by_switch, param_id::loudness_gates_overall, shown_rule::always, 9, 5, nullptr},
+     gate_rule::by_switch, param_id::loudness_gates_overall, shown_rule::always, 9, 5, run_loudness},
     {check_id::time_domain, "time_domain", "Time Domain", "timedomain", "Time Domain", "time_domain_",
      param_id::time_domain_enabled, gate_rule::always, std::nullopt, shown_rule::when_ran, 3, 6, run_time_domain},
     {check_id::impulse_template, "impulse_template", "Impulse Template", "impulsetemplate", "Impulse Template",
      "impulse_template_", param_id::impulse_template_enabled, gate_rule::always, std::nullopt, shown_rule::when_ran, 4,
-     7, nullptr},
+     7, run_impulse_template},
 };
 static_assert(std::size(table) == check_count);
 

@@ -18,7 +18,9 @@
 #include "checks/bit_compare.h"
 #include "checks/check_table.h"
 #include "checks/distortion.h"
+#include "checks/impulse_template.h"
 #include "checks/level_fidelity.h"
+#include "checks/loudness.h"
 #include "checks/spectral_scan.h"
 #include "checks/time_domain.h"
 #include "config/run_config.h"
@@ -62,7 +64,9 @@ struct run_results {
     artifact_result artifact;
     spectral_check_result spectral;
     distortion_result distortion;
+    loudness_result loudness;
     time_domain_result time_domain;
+    impulse_template_result impulse_template;
 
     const check_status& of(check_id id) const { return status[static_cast<std::size_t>(id)]; }
     check_status& of(check_id id) { return status[static_cast<std::size_t>(id)]; }

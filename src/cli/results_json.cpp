@@ -314,6 +314,51 @@ void write_time_domain(results_writer& doc, const run_results& res, const run_co
     }
 }
 
+void write_loudness(results_writer& doc, const run_results& res, const run_config&) {
+    const loudness_result& r = res.loudness;
+    doc.verdict("loudness_verdict", r.pass);
+    doc.f64("loudness_ref_integrated_lufs", r.ref.integrated_lufs);
+    doc.f64("loudness_dut_integrated_lufs", r.dut.integrated_lufs);
+    doc.f64("loudness_delta_integrated_lu", r.delta_integrated_lu);
+    doc.f64("loudness_ref_lra_lu", r.ref.lra_lu);
+    doc.f64("loudness_dut_lra_lu", r.dut.lra_lu);
+    doc.f64("loudness_delta_lra_lu", r.delta_lra_lu);
+    doc.f64("loudness_ref_true_peak_dbtp", r.ref.true_peak_dbtp);
+    doc.f64("loudness_dut_true_peak_dbtp", r.dut.true_peak_dbtp);
+    doc.f64("loudness_delta_true_peak_db", r.delta_true_peak_db);
+    doc.f64("loudness_ref_sample_peak_dbfs", r.ref.sample_peak_dbfs);
+    doc.f64("loudness_dut_sample_peak_dbfs", r.dut.sample_peak_dbfs);
+    doc.f64("loudness_delta_sample_peak_db", r.delta_sample_peak_db);
+    doc.f64("loudness_ref_max_momentary_lufs", r.ref.max_momentary_lufs);
+    doc.f64("loudness_dut_max_momentary_lufs", r.dut.max_momentary_lufs);
+    doc.f64("loudness_delta_max_momentary_lu", r.delta_max_momentary_lu);
+    doc.f64("loudness_ref_max_short_term_lufs", r.ref.max_short_term_lufs);
+    doc.f64("loudness_dut_max_short_term_lufs", r.dut.max_short_term_lufs);
+    doc.f64("loudness_delta_max_short_term_lu", r.delta_max_short_term_lu);
+}
+
+void write_impulse_template(results_writer& doc, const run_results& res, const run_config&) {
+    static const char* const keys[2][5] = {
+        {"impulse_template_channel_0_total_fails", "impulse_template_channel_0_worst_sample",
+         "impulse_template_channel_0_worst_diff", "impulse_template_channel_0_worst_ref_amp",
+         "impulse_template_channel_0_worst_dut_amp"},
+        {"impulse_template_channel_1_total_fails", "impulse_template_channel_1_worst_sample",
+         "impulse_template_channel_1_worst_diff", "impulse_template_channel_1_worst_ref_amp",
+         "impulse_template_channel_1_worst_dut_amp"},
+    };
+    const impulse_template_result& r = res.impulse_template;
+    doc.verdict("impulse_template_verdict", r.pass);
+    for (std::uint64_t c = 0; c < r.channel_count && c < 2; ++c) {
+        const impulse_template_channel& ch = r.channels[c];
+        doc.u64(keys[c][0], ch.total_fails);
+        if (!ch.has_worst) continue;
+        doc.i64(keys[c][1], ch.worst_sample);
+        doc.f64(keys[c][2], ch.worst_diff);
+        doc.f64(keys[c][3], ch.worst_ref_amp);
+        doc.f64(keys[c][4], ch.worst_dut_amp);
+    }
+}
+
 using block_writer = void (*)(results_writer&, const run_results&, const run_config&);
 
 // The block of each check, by check_id; null for checks without a block of their own.
@@ -325,9 +370,9 @@ constexpr block_writer check_blocks[check_count] = {
     write_artifact,      // artifact
     write_spectral,      // spectral
     write_distortion,    // distortion
-    nullptr,             // loudness
+    write_loudness,      // loudness
     write_time_domain,   // time_domain
-    nullptr,             // impulse_template
+    write_impulse_template,  // impulse_template
 };
 
 }  // namespace

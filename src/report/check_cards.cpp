@@ -6,8 +6,10 @@
 #include <string>
 
 #include "report/distortion_card.h"
-#include "report/spectral_card.h"
+#include "report/impulse_card.h"
+#include "report/loudness_card.h"
 #include "report/sample_cards.h"
+#include "report/spectral_card.h"
 
 namespace veltrane {
 namespace {
@@ -266,9 +268,9 @@ card_writer card_writer_for(check_id id) {
         append_artifact_card,  // artifact
         append_spectral_card,    // spectral
         append_distortion_card,  // distortion
-        nullptr,          // loudness
+        append_loudness_card,  // loudness
         append_time_domain_card,  // time_domain
-        nullptr,          // impulse_template
+        append_impulse_card,  // impulse_template
     };
     return cards[static_cast<std::size_t>(id)];
 }

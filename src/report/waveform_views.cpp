@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "report/chart_frame.h"
 #include "report/waveform_chart.h"
 
 namespace veltrane {
@@ -11,34 +12,6 @@ constexpr double detail_scale = 1.0;  // one second around the worst sample
 
 }  // namespace
 
-bool append_waveform_frame_open(text_buf& buf, const char* scope_class, const char* title, const char* frame_id) {
-    return text_buf_appendf(buf, "<div class=\"%s\">\n", scope_class) &&
-           text_buf_appendf(buf,
-                            "<div class=\"scope-head\"><span class=\"title\">%s</span>\n<div "
-                            "class=\"zoom-toolbar\"><span class=\"zoom-hint\">scroll to zoom &middot; drag to pan "
-                            "&middot; shift+drag to box-zoom</span>",
-                            title) &&
-           text_buf_appendf(buf,
-                            "<div class=\"trace-toggle\" data-target=\"%s\"><button type=\"button\" "
-                            "data-mode=\"both\" class=\"active\">Both</button><button type=\"button\" "
-                            "data-mode=\"ref\">Ref</button><button type=\"button\" "
-                            "data-mode=\"dut\">DUT</button></div>",
-                            frame_id) &&
-           text_buf_appendf(buf,
-                            "<button type=\"button\" class=\"zoom-reset\" data-zoom-target=\"%s\">Reset "
-                            "zoom</button></div>\n</div>\n",
-                            frame_id) &&
-           text_buf_appendf(buf, "<div class=\"zoom-frame\" data-zoom-kind=\"waveform\" id=\"%s\">\n", frame_id);
-}
-
-bool append_waveform_frame_close(text_buf& buf) {
-    return text_buf_append(buf,
-                           "<div class=\"zoom-box\" hidden></div>\n</div>\n<div class=\"legend-row\">\n<span><span "
-                           "class=\"sw\" style=\"background:var(--ref)\"></span>Reference</span>\n<span><span "
-                           "class=\"sw\" style=\"background:var(--dut)\"></span>Device under test</span>\n</div>\n"
-                           "</div>\n");
-}
-
 bool append_check_waveform_views(text_buf& buf, const wav_audio& ref, const wav_audio& dut,
                                  std::int64_t offset_frames, std::uint32_t channel, const char* suffix,
                                  bool has_worst, std::int64_t worst_frame, const char* slug) {
@@ -46,16 +19,16 @@ bool append_check_waveform_views(text_buf& buf, const wav_audio& ref, const wav_
     if (has_worst) {
         std::snprintf(frame_id, sizeof frame_id, "vt-%s-zoom-frame%s", slug, suffix);
         std::snprintf(chart_id, sizeof chart_id, "-%s-zoom%s", slug, suffix);
-        if (!append_waveform_frame_open(buf, "scope", "Detail around worst sample", frame_id) ||
+        if (!append_chart_frame_open(buf, "scope", "Detail around worst sample", frame_id, chart_kind::waveform, true) ||
             !envelope_detail(buf, ref, &dut, offset_frames, channel, worst_frame, detail_scale, chart_id) ||
-            !append_waveform_frame_close(buf))
+            !append_chart_frame_close(buf, chart_legend::reference_and_dut))
             return false;
     }
     std::snprintf(frame_id, sizeof frame_id, "vt-%s-frame%s", slug, suffix);
     std::snprintf(chart_id, sizeof chart_id, "-%s%s", slug, suffix);
-    return append_waveform_frame_open(buf, "scope", "Full signal", frame_id) &&
+    return append_chart_frame_open(buf, "scope", "Full signal", frame_id, chart_kind::waveform, true) &&
            envelope_full(buf, ref, &dut, offset_frames, channel, false, {}, chart_id) &&
-           append_waveform_frame_close(buf);
+           append_chart_frame_close(buf, chart_legend::reference_and_dut);
 }
 
 bool append_check_waveform_gallery(text_buf& buf, const wav_audio& ref, const wav_audio& dut,

@@ -1,21 +1,13 @@
 #pragma once
-// The chart frame around a waveform view (scope head with the trace toggle and zoom
-// reset, the zoom frame, the legend) and the per-channel views that the Time Domain and
-// Impulse Template cards share: a one-second detail around the worst sample, then the
-// whole file, both of the reference with the DUT over it.
+// The per-channel waveform views that the Time Domain and Impulse Template cards share: a
+// one-second detail around the worst sample, then the whole file, both of the reference
+// with the DUT over it, each in its chart frame.
 #include <cstdint>
 
 #include "audio/wav.h"
 #include "report/text_buf.h"
 
 namespace veltrane {
-
-// "<div class=\"scope\">" (or `scope_class`), the scope head with `title` and the trace
-// toggle bound to `frame_id`, and the opening of the zoom frame with that id.
-bool append_waveform_frame_open(text_buf& buf, const char* scope_class, const char* title, const char* frame_id);
-// The zoom box, the closing of the zoom frame, the Reference / Device under test legend
-// and the closing of the scope.
-bool append_waveform_frame_close(text_buf& buf);
 
 // The views of channel `channel` for the card of `slug` ("timedomain",
 // "impulsetemplate"): with a worst sample, a detail view titled "Detail around worst

@@ -66,6 +66,10 @@ TEST(GoldenOutputs, AnalyzePagesAndDocuments) {
     late[5000] += 1.0 / 32767.0;
     std::vector<double> inverted = stereo;
     for (double& v : inverted) v = -v;
+    // +2.3 dB: integrated loudness and true peak out of tolerance, and every sample above
+    // 1.25 x the reference's magnitude and the -30 dBFS floor out of the impulse template.
+    std::vector<double> louder = stereo;
+    for (double& v : louder) v *= 1.3;
 
     // A 1 kHz tone whose capture adds a 2nd harmonic at -36 dB: spectral snapshots and THD+N fail.
     const auto tone = sine(rate, 1, 1000.0, rate, 0.5);
@@ -88,6 +92,7 @@ TEST(GoldenOutputs, AnalyzePagesAndDocuments) {
         {"bit_accuracy_only", 2, 288, stereo, stereo, {"--json", "--no-bitexact", "--bitaccuracy"}},
         {"error_polarity", 2, 16, stereo, inverted, {"--json"}, nullptr, 1},
         {"fail_spectral_distortion", 1, 24, tone, distorted, {"--json", "--snapshots", "2"}},
+        {"fail_loudness_impulse", 2, 24, stereo, louder, {"--json", "--loudness", "--impulse", "--exit-code"}, nullptr, 2},
     };
     for (const scenario& s : scenarios) check_scenario(s);
 }

@@ -1,0 +1,113 @@
+// The Loudness card (Skipped, Reference Only, failing cells) and the Impulse Template
+// card's tiles, from records built in memory.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "report/impulse_card.h"
+#include "report/loudness_card.h"
+
+namespace veltrane {
+namespace {
+
+struct card_fixture {
+    wav_audio ref;
+    run_config cfg;
+    run_results res;
+    run_inputs run;
+    report_inputs in;
+
+    card_fixture() {
+        ref.sample_rate = 48000;
+        ref.channels = 1;
+        cfg.params[param_index(param_id::loudness_true_peak_tolerance_db)].number = 0.5;
+        run.ref = &ref;
+        run.dut = &ref;
+        run.config = &cfg;
+        in.run = &run;
+        in.results = &res;
+    }
+    std::string card(bool (*writer)(text_buf&, const report_inputs&)) {
+        text_buf buf;
+        text_buf_init(buf);
+        EXPECT_TRUE(writer(buf, in));
+        std::string s(text_buf_view(buf));
+        text_buf_free(buf);
+        return s;
+    }
+};
+
+bool has(const std::string& page, const std::string& text) { return page.find(text) != std::string::npos; }
+
+TEST(LoudnessCard, SkippedWhenTheCheckDidNotRun) {
+    card_fixture f;
+    EXPECT_EQ(f.card(append_loudness_card),
+              "<section class=\"card\" id=\"loudness\">\n<div class=\"card-head\">\n<div "
+              "class=\"htext\"><h3>Loudness</h3></div>\n<span class=\"badge info\">Skipped</span>\n</div>\n<div "
+              "class=\"card-body\">\n<p class=\"desc\">Skipped -- run without <code>--no-loudness</code> to include "
+              "it.</p>\n</div>\n</section>\n");
+}
+
+TEST(LoudnessCard, CeilingAndFixedIntegratedMark) {
+    // The DUT's true peak equals the reference's but sits above a -1.0 dBTP ceiling: its
+    // cell fails. An integrated difference of 0.6 LU is marked at the fixed 0.5 LU even
+    // when the check's tolerance is wider.
+    card_fixture f;
+    f.cfg.params[param_index(param_id::loudness_true_peak_ceiling_dbtp)].present = true;
+    f.cfg.params[param_index(param_id::loudness_true_peak_ceiling_dbtp)].number = -1.0;
+    check_status& s = f.res.of(check_id::loudness);
+    s.ran = true;
+    loudness_result& r = f.res.loudness;
+    r.ref.true_peak_dbtp = r.dut.true_peak_dbtp = -0.5;
+    r.ref.integrated_lufs = -23.0;
+    r.dut.integrated_lufs = -22.4;
+    r.delta_integrated_lu = 0.6;
+    r.pass = false;
+    const std::string ref_only = f.card(append_loudness_card);
+    EXPECT_TRUE(has(ref_only, "<span class=\"badge info\">Reference Only</span>\n"));
+    EXPECT_TRUE(has(ref_only, "<p class=\"desc\">Reference only -- run with <code>--loudness</code> to make this "
+                              "part of the overall verdict.</p>\n"));
+    EXPECT_TRUE(has(ref_only, "<tr><th scope=\"row\">True Peak</th><td>-0.5 dBTP</td><td>-0.5 dBTP</td><td "
+                              "class=\"fail\">+0.00 dB (ceiling -1.0 dBTP)<span "
+                              "class=\"loudness-delta-label\">&Delta; True Peak</span></td></tr>\n"));
+    EXPECT_TRUE(has(ref_only, "<tr><th scope=\"row\">Integrated Loudness</th><td>-23.0 LUFS</td><td>-22.4 "
+                              "LUFS</td><td class=\"fail\">+0.60 LU<span class=\"loudness-delta-label\">&Delta; "
+                              "Loudness</span></td></tr>\n"));
+    EXPECT_TRUE(has(ref_only, "<tr><th scope=\"row\">Max Short-term</th><td>-200.0 LUFS</td><td>-200.0 "
+                              "LUFS</td><td>+0.00 LU<span class=\"loudness-delta-label\">&Delta; "
+                              "Short-term</span></td></tr>\n</tbody>\n</table>\n</div>\n</div>\n</section>\n"));
+    s.gates = true;
+    const std::string gating = f.card(append_loudness_card);
+    EXPECT_TRUE(has(gating, "<span class=\"badge fail\">Fail</span>\n"));
+    EXPECT_FALSE(has(gating, "Reference only"));
+}
+
+TEST(ImpulseCard, TilesPerChannel) {
+    card_fixture f;
+    impulse_template_result& r = f.res.impulse_template;
+    r.channel_count = 1;
+    r.pass = false;
+    r.channels[0] = {false, 3, true, 12000, 0.0123456, 0.0, 0.05, false};
+    const std::string mono = f.card(append_impulse_card);
+    EXPECT_TRUE(has(mono, "<span class=\"badge fail\">Fail</span>\n</div>\n<div class=\"card-body\">\n<div "
+                          "class=\"tile-row\">\n<div class=\"tile\"><div class=\"k\">Channel</div><div "
+                          "class=\"v\">Mono</div></div>\n<div class=\"tile\"><div class=\"k\">Total Fails</div><div "
+                          "class=\"v fail\">3</div></div>\n</div>\n"));
+    EXPECT_TRUE(has(mono, "<div class=\"tile\"><div class=\"k\">Worst Sample</div><div class=\"v\">12000 (0.250 "
+                          "s)</div></div>\n<div class=\"tile\"><div class=\"k\">Diff (linear)</div><div class=\"v "
+                          "fail\">0.012346</div></div>\n<div class=\"tile\"><div class=\"k\">Ref / DUT "
+                          "Amplitude</div><div class=\"v\">0.000000 / 0.050000</div></div>\n</div>\n"));
+    r.channel_count = 2;
+    r.channels[0] = {};
+    r.channels[1] = {};
+    r.pass = true;
+    const std::string stereo = f.card(append_impulse_card);
+    EXPECT_TRUE(has(stereo, "<span class=\"badge pass\">Pass</span>"));
+    EXPECT_TRUE(has(stereo, "<div class=\"tile-row card-row-gap\">\n<div class=\"tile\"><div "
+                            "class=\"k\">Channel</div><div class=\"v\">R</div></div>\n<div class=\"tile\"><div "
+                            "class=\"k\">Total Fails</div><div class=\"v\">0</div></div>\n</div>\n"));
+    EXPECT_FALSE(has(stereo, "Worst Sample"));
+}
+
+}  // namespace
+}  // namespace veltrane
