@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "report/check_cards.h"
+#include "report/overview_card.h"
 #include "report/distortion_card.h"
 #include "report/spectral_card.h"
 #include "report/page_blocks.h"
@@ -71,6 +72,7 @@ bool append_navigation(text_buf& buf, const report_inputs& in, const std::vector
         ok = ok && text_buf_appendf(buf, "<a href=\"#%s\"%s>%s</a>\n", row->anchor.data(),
                                     fail_attributes(s.ran && !s.passed, counts_against_verdict(s)),
                                     row->tab_label.data());
+        if (row->id == check_id::spectral) ok = ok && text_buf_append(buf, "<a href=\"#overview\">Signal Overview</a>\n");
     }
     return ok && text_buf_append(buf, "</nav>\n");
 }
@@ -242,7 +244,9 @@ bool append_report_page(text_buf& buf, const report_inputs& in, std::string_view
                                "Bit-Exactness section below for details.</div>\n")) &&
               append_navigation(buf, in, cards) && append_alignment_card(buf, in);
     text_buf_free(title);
-    for (const check_info* row : cards) ok = ok && card_writer_for(row->id)(buf, in);
+    // The Signal Overview card, which belongs to no check, follows the spectral card.
+    for (const check_info* row : cards)
+        ok = ok && card_writer_for(row->id)(buf, in) && (row->id != check_id::spectral || append_overview_card(buf, in));
     return ok && append_configuration_card(buf, in) && append_footer(buf, in, timestamp) &&
            text_buf_append(buf, "</div>\n") &&
            text_buf_append(buf, "<script type=\"application/json\" id=\"veltrane-results\">\n") &&
