@@ -58,6 +58,19 @@ template <std::size_t C>
     for (; k < end; ++k) add_run_single<C>(sums, k, v, len);
 }
 
+// Room for `count` blocks (and their mean squares when kept); on failure `out` is left empty.
+bool reserve_series(block_series& out, std::size_t channel_count, std::uint64_t count, bool keep_mean_squares) {
+    try {
+        out.loudness.reserve(count);
+        if (keep_mean_squares)
+            for (std::size_t c = 0; c < channel_count; ++c) out.mean_square[c].reserve(count);
+    } catch (const std::bad_alloc&) {
+        out = block_series{};
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 double loudness_of_mean_square_sum(double sum) {
@@ -83,14 +96,7 @@ bool block_loudness(const double* const channels[2], std::size_t channel_count, 
                     double block_sec, double overlap, bool keep_mean_squares, block_series& out) {
     out = block_series{};
     const std::uint64_t count = block_series_count(n, fs, block_sec, overlap);
-    try {
-        out.loudness.reserve(count);
-        if (keep_mean_squares)
-            for (std::size_t c = 0; c < channel_count; ++c) out.mean_square[c].reserve(count);
-    } catch (const std::bad_alloc&) {
-        out = block_series{};
-        return false;
-    }
+    if (!reserve_series(out, channel_count, count, keep_mean_squares)) return false;
     for (std::uint64_t i = 0; i < count; ++i) {
         const block_span s = block_span_of(i, fs, block_sec, overlap);
         if (!block_measured(s, n)) continue;
@@ -157,14 +163,7 @@ bool block_series_from_sums(const block_sum_stream& s, std::size_t channel_count
                             std::uint64_t n, bool keep_mean_squares, block_series& out) {
     out = block_series{};
     count = std::min<std::uint64_t>(count, s.spans.size());
-    try {
-        out.loudness.reserve(count);
-        if (keep_mean_squares)
-            for (std::size_t c = 0; c < channel_count; ++c) out.mean_square[c].reserve(count);
-    } catch (const std::bad_alloc&) {
-        out = block_series{};
-        return false;
-    }
+    if (!reserve_series(out, channel_count, count, keep_mean_squares)) return false;
     for (std::uint64_t i = 0; i < count; ++i) {
         const block_span& sp = s.spans[i];
         if (!block_measured(sp, n)) continue;
