@@ -120,6 +120,7 @@ bool make_scan_setup(scan_setup& s, const wav_audio& ref, const wav_audio& dut, 
     s.frame.bands = settings.bands;
     s.frame.band_of_bin = s.band_of_bin;
     s.frame.sweep_window = settings.sweep_window;
+    s.frame.lowest_threshold_db = lowest_band_threshold_db(settings.bands);
     return true;
 }
 

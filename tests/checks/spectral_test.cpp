@@ -95,6 +95,33 @@ TEST(AmplitudeWorkspace, SameBitsAsThePlainSpectrum) {
     }
 }
 
+TEST(AmplitudeWorkspace, LevelsBelowTheCutoffAreSkippedAndNoOthers) {
+    // Tones from 0 dB down to -150 dB: against a -100 dB cutoff the bins above it keep
+    // their exact values, and only bins well below it read -infinity.
+    const wav_audio a = make_audio(1, tones(8192, {{1000.0, 1.0}, {3000.0, 1e-5}, {5000.0, 1e-5 * 0.99999}, {9000.0, 3e-8}}));
+    amplitude_workspace ws;
+    ASSERT_TRUE(amplitude_workspace_init(ws, 8192));
+    std::vector<double> full(4096), cut(4096);
+    amplitude_spectrum(a, 0, 0, 8192, full, spectrum_form::db_check);
+    for (double cutoff : {-100.0, -60.0, -199.999, -250.0}) {
+        amplitude_spectrum_db_above(ws, a, 0, 0, cut, cutoff);
+        std::size_t skipped = 0;
+        for (std::size_t k = 0; k < 4096; ++k) {
+            if (std::isinf(cut[k])) {
+                ++skipped;
+                EXPECT_LT(full[k], cutoff - 0.001 + 1e-6) << k;
+            } else {
+                EXPECT_EQ(cut[k], full[k]) << k;
+            }
+        }
+        if (cutoff > -199.0) {
+            EXPECT_GT(skipped, 100u) << cutoff;
+        } else {
+            EXPECT_EQ(skipped, 0u) << cutoff;
+        }
+    }
+}
+
 TEST(BinBandMap, FirstBandReachingTheBinFrequency) {
     std::vector<spectral_band> bands(3, default_band());
     bands[0].upper_freq_hz = 1000.0;
@@ -146,6 +173,7 @@ TEST(SpectralFrame, GatingPeaksAndTolerances) {
         std::vector<spectral_band> bands{default_band()};
         const auto map = build_bin_band_map(bands, rate, 8192);
         spectral_frame_setup setup{8192, c.profile, std::nullopt, bands, map, c.window};
+        setup.lowest_threshold_db = lowest_band_threshold_db(bands);
         spectral_frame_buffers buf;
         ASSERT_TRUE(spectral_frame_buffers_init(buf, 8192));
         std::vector<double> ratios(4096);
