@@ -70,9 +70,15 @@ search_range peak_search_range(const spectral_frame_setup& s, const wav_audio& r
             f = w.start_hz + (w.end_hz - w.start_hz) * p;
     }
     const double c = w.search_window_cents;
-    std::int64_t low = static_cast<std::int64_t>(std::floor(f * std::pow(2.0, -c / 1200.0) / bin_hz));
-    std::int64_t high = static_cast<std::int64_t>(std::ceil(f * std::pow(2.0, c / 1200.0) / bin_hz));
-    const std::int64_t centre = std::llround(f / bin_hz);
+    // Bin positions are clamped to a range every later clamp undoes, so that absurd
+    // settings (a window of 1e6 cents, say) cannot overflow the conversion.
+    auto bin_of = [half](double v) -> std::int64_t {
+        if (std::isnan(v)) return 0;
+        return static_cast<std::int64_t>(std::clamp(v, -4.0 * static_cast<double>(half), 4.0 * static_cast<double>(half)));
+    };
+    std::int64_t low = bin_of(std::floor(f * std::pow(2.0, -c / 1200.0) / bin_hz));
+    std::int64_t high = bin_of(std::ceil(f * std::pow(2.0, c / 1200.0) / bin_hz));
+    const std::int64_t centre = bin_of(std::round(f / bin_hz));
     if (low >= centre) low = centre - 1;
     if (high <= centre) high = centre + 1;
     low = std::max<std::int64_t>(low, 0);
