@@ -74,32 +74,6 @@ distortion_settings thdn_settings(bool continuous) {
     return s;
 }
 
-bool same(const spectral_result& a, const spectral_result& b) {
-    for (int c = 0; c < 2; ++c) {
-        const spectral_channel_result &x = a.channels[c], &y = b.channels[c];
-        if (x.pass != y.pass || x.frames_scanned != y.frames_scanned || x.frames_gated != y.frames_gated ||
-            x.edge_skipped_samples != y.edge_skipped_samples || x.bins_compared != y.bins_compared ||
-            x.bins_excluded != y.bins_excluded || x.bins_failed != y.bins_failed || x.p50_ratio != y.p50_ratio ||
-            x.p95_ratio != y.p95_ratio || x.p99_ratio != y.p99_ratio || x.worst_bin_freq_hz != y.worst_bin_freq_hz ||
-            x.worst_bin_ratio != y.worst_bin_ratio || x.worst_bin_diff_db != y.worst_bin_diff_db ||
-            x.worst_bin_is_peak != y.worst_bin_is_peak || x.worst_frame_start != y.worst_frame_start)
-            return false;
-    }
-    return a.pass == b.pass;
-}
-
-bool same(const distortion_result& a, const distortion_result& b) {
-    for (int c = 0; c < 2; ++c) {
-        const distortion_channel &x = a.channels[c], &y = b.channels[c];
-        if (x.pass != y.pass || x.frames_scanned != y.frames_scanned || x.frames_gated != y.frames_gated ||
-            x.worst_frame_start != y.worst_frame_start || x.fundamental_freq_hz != y.fundamental_freq_hz ||
-            x.thdn_ratio != y.thdn_ratio || x.thdn_db != y.thdn_db || x.p50_thdn_ratio != y.p50_thdn_ratio ||
-            x.p95_thdn_ratio != y.p95_thdn_ratio)
-            return false;
-    }
-    return a.pass == b.pass;
-}
-
 void spectral_case(benchmark::State& state, const spectral_settings& s, bool literal) {
     const bench_pair& p = pair();
     spectral_result r;
@@ -111,7 +85,7 @@ void spectral_case(benchmark::State& state, const spectral_settings& s, bool lit
     state.counters["frames"] = frames_done;
     state.counters["frames_per_s"] = benchmark::Counter(frames_done, benchmark::Counter::kIsIterationInvariantRate);
     state.counters["p99_ratio"] = r.channels[0].p99_ratio;
-    if (!literal) state.counters["identical"] = same(r, test::literal_scan_spectral(p.ref, p.dut, 0, s)) ? 1 : 0;
+    if (!literal) state.counters["identical"] = test::same_result(r, test::literal_scan_spectral(p.ref, p.dut, 0, s)) ? 1 : 0;
 }
 
 void thdn_case(benchmark::State& state, bool continuous, bool literal) {
@@ -125,7 +99,7 @@ void thdn_case(benchmark::State& state, bool continuous, bool literal) {
     const double frames_done = static_cast<double>(r.channels[0].frames_scanned + r.channels[1].frames_scanned);
     state.counters["frames"] = frames_done;
     state.counters["frames_per_s"] = benchmark::Counter(frames_done, benchmark::Counter::kIsIterationInvariantRate);
-    if (!literal) state.counters["identical"] = same(r, test::literal_check_distortion(p.ref, p.dut, 0, s)) ? 1 : 0;
+    if (!literal) state.counters["identical"] = test::same_result(r, test::literal_check_distortion(p.ref, p.dut, 0, s)) ? 1 : 0;
 }
 
 void BM_spectral_freqsweep_continuous(benchmark::State& st) { spectral_case(st, freqsweep_settings(), false); }
