@@ -27,7 +27,7 @@ constexpr const char* scope_close =
     "style=\"background:var(--dut)\"></span>Device under test</span>\n</div>\n</div>\n";
 
 // The chart request shared by every spectral chart of the card.
-spectral_chart_request chart_request(const report_inputs& in, std::uint32_t channel, const std::string& suffix) {
+spectral_chart_request chart_request(const report_inputs& in, std::uint32_t channel, std::string_view suffix) {
     const run_config& cfg = *in.run->config;
     spectral_chart_request req;
     req.ref = in.run->ref;
