@@ -20,6 +20,12 @@ std::vector<std::uint8_t> build_bin_band_map(std::span<const spectral_band> band
     return map;
 }
 
+double lowest_band_threshold_db(std::span<const spectral_band> bands) {
+    double lowest = 1e300;
+    for (const spectral_band& b : bands) lowest = std::min({lowest, b.noise_floor_db, b.peak_threshold_db});
+    return lowest;
+}
+
 bool spectral_frame_buffers_init(spectral_frame_buffers& buf, std::uint64_t n) {
     buf = spectral_frame_buffers{};
     try {
@@ -64,9 +70,15 @@ search_range peak_search_range(const spectral_frame_setup& s, const wav_audio& r
             f = w.start_hz + (w.end_hz - w.start_hz) * p;
     }
     const double c = w.search_window_cents;
-    std::int64_t low = static_cast<std::int64_t>(std::floor(f * std::pow(2.0, -c / 1200.0) / bin_hz));
-    std::int64_t high = static_cast<std::int64_t>(std::ceil(f * std::pow(2.0, c / 1200.0) / bin_hz));
-    const std::int64_t centre = std::llround(f / bin_hz);
+    // Bin positions are clamped to a range every later clamp undoes, so that absurd
+    // settings (a window of 1e6 cents, say) cannot overflow the conversion.
+    auto bin_of = [half](double v) -> std::int64_t {
+        if (std::isnan(v)) return 0;
+        return static_cast<std::int64_t>(std::clamp(v, -4.0 * static_cast<double>(half), 4.0 * static_cast<double>(half)));
+    };
+    std::int64_t low = bin_of(std::floor(f * std::pow(2.0, -c / 1200.0) / bin_hz));
+    std::int64_t high = bin_of(std::ceil(f * std::pow(2.0, c / 1200.0) / bin_hz));
+    const std::int64_t centre = bin_of(std::round(f / bin_hz));
     if (low >= centre) low = centre - 1;
     if (high <= centre) high = centre + 1;
     low = std::max<std::int64_t>(low, 0);
@@ -109,9 +121,12 @@ spectral_frame_result compare_spectral_frame(const wav_audio& ref, const wav_aud
     double* r = buf.ref_db.data();
     double* d = buf.dut_db.data();
     std::uint8_t* peak = buf.peak.data();
-    amplitude_spectrum(buf.spectrum, ref, channel, first_frame, buf.ref_db, spectrum_form::db_check);
-    amplitude_spectrum(buf.spectrum, dut, channel, static_cast<std::uint64_t>(static_cast<std::int64_t>(first_frame) + offset),
-                       buf.dut_db, spectrum_form::db_check);
+    // Bins below every threshold read -infinity: they compare below every level exactly
+    // as their true values would, and are floored before any difference is taken.
+    amplitude_spectrum_db_above(buf.spectrum, ref, channel, first_frame, buf.ref_db, s.lowest_threshold_db);
+    amplitude_spectrum_db_above(buf.spectrum, dut, channel,
+                                static_cast<std::uint64_t>(static_cast<std::int64_t>(first_frame) + offset), buf.dut_db,
+                                s.lowest_threshold_db);
     std::fill(peak, peak + half, std::uint8_t{0});
 
     const search_range range = peak_search_range(s, ref, first_frame);

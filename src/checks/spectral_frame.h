@@ -48,7 +48,14 @@ struct spectral_frame_setup {
     std::span<const spectral_band> bands;     // 1 to 5 rows
     std::span<const std::uint8_t> band_of_bin;        // n/2 entries
     std::optional<sweep_window_settings> sweep_window;  // peak search near the expected sweep frequency
+    // The lowest noise floor or peak threshold of any band, dB. Levels below it only ever
+    // end up floored, excluded or below every threshold, so their exact values are never
+    // needed and the spectra skip them (see amplitude_spectrum_db_above).
+    double lowest_threshold_db = -1e300;
 };
+
+// lowest_threshold_db for a band table.
+double lowest_band_threshold_db(std::span<const spectral_band> bands);
 
 // Work buffers of one scan, allocated once and reused by every frame.
 struct spectral_frame_buffers {

@@ -120,6 +120,7 @@ bool make_scan_setup(scan_setup& s, const wav_audio& ref, const wav_audio& dut, 
     s.frame.bands = settings.bands;
     s.frame.band_of_bin = s.band_of_bin;
     s.frame.sweep_window = settings.sweep_window;
+    s.frame.lowest_threshold_db = lowest_band_threshold_db(settings.bands);
     return true;
 }
 
@@ -239,7 +240,8 @@ spectral_snapshots_result scan_spectral_snapshots(const wav_audio& ref, const wa
         for (double t : settings.snapshot_times_sec) {
             // A centre is a frame index of the file: times before the start count as frame
             // 0 and times past 2^32 - 1 frames as that frame.
-            const double c = std::clamp(std::round(t * rate), 0.0, 4294967295.0);
+            double c = std::round(t * rate);
+            c = c >= 0.0 ? std::min(c, 4294967295.0) : 0.0;
             firsts.push_back(first_for_centre(static_cast<std::int64_t>(c)));
         }
     } else {

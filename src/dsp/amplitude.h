@@ -36,12 +36,14 @@ void amplitude_spectrum(const wav_audio& audio, std::uint32_t channel, std::uint
 namespace veltrane {
 
 // What every spectrum of one size shares: the window table (shifted_hann for i = 0 .. n-1,
-// the same values the plain form computes per call) and the transform's work buffer.
+// the same values the plain form computes per call), the transform's twiddles and its
+// work buffer.
 // A scan makes one and reuses it for every frame, so a frame costs only its transform.
 struct amplitude_workspace {
     std::uint64_t n = 0;
     std::vector<double> window;
     std::vector<complex_value> frame;
+    fft_plan plan;  // forward, n points
 };
 
 // Sizes the workspace for n-point spectra; false (workspace left empty) when memory is
@@ -52,5 +54,16 @@ bool amplitude_workspace_init(amplitude_workspace& ws, std::uint64_t n);
 // for bit, without allocating.
 void amplitude_spectrum(amplitude_workspace& ws, const wav_audio& audio, std::uint32_t channel,
                         std::uint64_t start_frame, std::span<double> out, spectrum_form form);
+
+// The check's dB form for the bins that can matter against a level `cutoff_db`: a bin
+// whose amplitude is certainly below cutoff_db - 0.001 dB is written as -infinity without
+// taking its modulus and logarithm; every other bin gets exactly the db_check value. The
+// test is made on re^2 + im^2 with a relative margin of 1e-6, far wider than the rounding
+// of either side, so no bin at or above the cutoff is ever skipped. A caller that only
+// compares bins with levels at or above the cutoff (and floors everything below it) sees
+// the same results as with the full spectrum. With a cutoff at or below -199.999 dB every
+// bin is computed (the -200 dB floor of a zero bin must stay comparable).
+void amplitude_spectrum_db_above(amplitude_workspace& ws, const wav_audio& audio, std::uint32_t channel,
+                                 std::uint64_t start_frame, std::span<double> out, double cutoff_db);
 
 }  // namespace veltrane

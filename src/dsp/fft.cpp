@@ -3,6 +3,7 @@
 #include <bit>
 #include <cmath>
 #include <cstddef>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -259,7 +260,142 @@ void run_cursor_pass(cplx* a, std::uint64_t n, std::uint64_t q, double sign) {
     }
 }
 
+// The twiddles of stages 2 .. span laid out as run_table_stages lays them out: stage L at
+// table[L/2 - 1 .. L - 2].
+void fill_stage_tables(cplx* table, std::uint64_t span, double sign) {
+    for (std::uint64_t len = 2; len <= span; len <<= 1) {
+        const double theta = sign * two_pi / static_cast<double>(len);
+        const double s = std::sin(theta);
+        const double c = std::cos(theta);
+        cplx* tw = table + (len / 2 - 1);
+        cplx w{1.0, 0.0};
+        for (std::uint64_t j = 0; j < len / 2; ++j) {
+            tw[j] = w;
+            w = rotate(w, c, s);
+        }
+    }
+}
+
+// Stages 2 .. span from ready tables; the passes of run_table_stages.
+void apply_stage_tables(cplx* a, std::uint64_t n, std::uint64_t span, const cplx* table) {
+    const unsigned span_bits = static_cast<unsigned>(std::countr_zero(span));
+    for (std::uint64_t base = 0; base < n; base += span) {
+        cplx* chunk = a + base;
+        unsigned done = 0;
+        while (done < span_bits) {
+            const unsigned stages = stages_for_pass(span_bits - done);
+            const std::uint64_t q = std::uint64_t{1} << done;
+            const cplx* table_for[max_fused_stages];
+            for (unsigned i = 0; i < stages; ++i) table_for[i] = table + ((q << i) - 1);
+            with_stage_count(stages, [&](auto count) { run_table_pass<count()>(chunk, span, q, table_for); });
+            done += stages;
+        }
+    }
+}
+
+// The q values of every cursor of a run_cursor_pass, cursor after cursor: the same
+// starting walk and the same steps, kept instead of consumed chunk by chunk.
+template <unsigned stages>
+void fill_cursor_sequences(cplx* out, std::uint64_t q, double sign) {
+    constexpr unsigned group = 1u << stages;
+    constexpr unsigned cursor_count = group - 1;
+    double c[stages];
+    double s[stages];
+    unsigned stage_of[cursor_count];
+    cplx cursor[cursor_count];
+    for (unsigned i = 0; i < stages; ++i) {
+        const double theta = sign * two_pi / static_cast<double>((2 * q) << i);
+        s[i] = std::sin(theta);
+        c[i] = std::cos(theta);
+        cplx w{1.0, 0.0};
+        const unsigned first = (1u << i) - 1;
+        for (unsigned r = 0; r < (1u << i); ++r) {
+            cursor[first + r] = w;
+            stage_of[first + r] = i;
+            if (r + 1 < (1u << i))
+                for (std::uint64_t k = 0; k < q; ++k) w = rotate(w, c[i], s[i]);
+        }
+    }
+    for (unsigned k = 0; k < cursor_count; ++k)
+        for (std::uint64_t j = 0; j < q; ++j) {
+            out[k * q + j] = cursor[k];
+            cursor[k] = rotate(cursor[k], c[stage_of[k]], s[stage_of[k]]);
+        }
+}
+
+// run_cursor_pass with the cursors' values read from their kept sequences.
+template <unsigned stages>
+void run_sequence_pass(cplx* a, std::uint64_t n, std::uint64_t q, const cplx* seq) {
+    constexpr unsigned group = 1u << stages;
+    constexpr unsigned cursor_count = group - 1;
+    const cplx* tw[cursor_count];
+    const std::uint64_t group_span = q * group;
+    for (std::uint64_t j0 = 0; j0 < q; j0 += twiddle_chunk) {
+        for (unsigned k = 0; k < cursor_count; ++k) tw[k] = seq + k * q + j0;
+        for (std::uint64_t block = 0; block < n; block += group_span)
+            run_groups<stages>(a + block + j0, q, twiddle_chunk, tw);
+    }
+}
+
 }  // namespace
+
+bool fft_plan_init(fft_plan& plan, std::uint64_t n, bool inverse) {
+    plan = fft_plan{};
+    if (n < 2 || !std::has_single_bit(n)) return false;
+    const double sign = inverse ? 1.0 : -1.0;
+    const std::uint64_t span = n < table_span ? n : table_span;
+    std::uint64_t sequence_values = 0;
+    for (std::uint64_t q = span; q < n;) {
+        const unsigned stages = stages_for_pass(static_cast<unsigned>(std::countr_zero(n / q)));
+        sequence_values += ((std::uint64_t{1} << stages) - 1) * q;
+        q <<= stages;
+    }
+    try {
+        plan.table.resize(span - 1);
+        plan.sequences.resize(sequence_values);
+    } catch (const std::bad_alloc&) {
+        plan = fft_plan{};
+        return false;
+    }
+    fill_stage_tables(plan.table.data(), span, sign);
+    cplx* seq = plan.sequences.data();
+    for (std::uint64_t q = span; q < n;) {
+        const unsigned stages = stages_for_pass(static_cast<unsigned>(std::countr_zero(n / q)));
+        with_stage_count(stages, [&](auto count) { fill_cursor_sequences<count()>(seq, q, sign); });
+        seq += ((std::uint64_t{1} << stages) - 1) * q;
+        q <<= stages;
+    }
+    plan.n = n;
+    plan.inverse = inverse;
+    return true;
+}
+
+void fft_inplace(std::span<complex_value> data, const fft_plan& plan) {
+    const std::uint64_t n = plan.n;
+    if (n < 2 || data.size() != n) return;
+    cplx* a = data.data();
+    const unsigned bits = static_cast<unsigned>(std::countr_zero(n));
+    if (bits >= tiled_reverse_min_bits)
+        bit_reverse_tiled(a, bits);
+    else
+        bit_reverse_direct(a, n);
+    const std::uint64_t span = n < table_span ? n : table_span;
+    apply_stage_tables(a, n, span, plan.table.data());
+    const cplx* seq = plan.sequences.data();
+    for (std::uint64_t q = span; q < n;) {
+        const unsigned stages = stages_for_pass(static_cast<unsigned>(std::countr_zero(n / q)));
+        with_stage_count(stages, [&](auto count) { run_sequence_pass<count()>(a, n, q, seq); });
+        seq += ((std::uint64_t{1} << stages) - 1) * q;
+        q <<= stages;
+    }
+    if (plan.inverse) {
+        const double scale = 1.0 / static_cast<double>(n);
+        for (std::uint64_t i = 0; i < n; ++i) {
+            a[i].re *= scale;
+            a[i].im *= scale;
+        }
+    }
+}
 
 std::uint64_t next_pow2(std::uint64_t n) {
     if (n < 2) return 1;

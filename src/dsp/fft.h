@@ -4,6 +4,7 @@
 // the input. Sizes are powers of two.
 #include <cstdint>
 #include <span>
+#include <vector>
 
 namespace veltrane {
 
@@ -25,5 +26,25 @@ std::uint64_t next_pow2(std::uint64_t n);
 // long ones, three stages per pass over memory, tiled bit reversal) but performs exactly
 // these operations on exactly these values. Allocates nothing (at most 64 KiB of stack).
 void fft_inplace(std::span<complex_value> data, bool inverse);
+
+// The twiddle factors of one transform size and direction, made once and reused by every
+// transform of that size: the per-stage tables of the short stages and, for the long
+// stages, the whole sequence each running recurrence would produce. Each value is made by
+// the same recurrence from the same sine and cosine as inside fft_inplace, so a planned
+// transform gives the same bits; it only stops paying for the recurrences per call.
+struct fft_plan {
+    std::uint64_t n = 0;
+    bool inverse = false;
+    std::vector<complex_value> table;      // stages of length 2 .. min(n, 4096)
+    std::vector<complex_value> sequences;  // longer stages, pass by pass, recurrence by recurrence
+};
+
+// Makes the plan for n points (a power of two of at least 2); false, with the plan left
+// empty, when n is not such a size or memory is exhausted.
+bool fft_plan_init(fft_plan& plan, std::uint64_t n, bool inverse);
+
+// fft_inplace(data, plan.inverse) with the plan's twiddles; data.size() must be plan.n
+// (any other size is left unchanged). Allocates nothing.
+void fft_inplace(std::span<complex_value> data, const fft_plan& plan);
 
 }  // namespace veltrane

@@ -61,26 +61,6 @@ spectral_settings defaults() {
     return s;
 }
 
-void expect_same(const spectral_channel_result& a, const spectral_channel_result& b) {
-    EXPECT_EQ(a.pass, b.pass);
-    EXPECT_EQ(a.frame_gated, b.frame_gated);
-    EXPECT_EQ(a.insufficient_samples, b.insufficient_samples);
-    EXPECT_EQ(a.frames_scanned, b.frames_scanned);
-    EXPECT_EQ(a.edge_skipped_samples, b.edge_skipped_samples);
-    EXPECT_EQ(a.frames_gated, b.frames_gated);
-    EXPECT_EQ(a.bins_compared, b.bins_compared);
-    EXPECT_EQ(a.bins_excluded, b.bins_excluded);
-    EXPECT_EQ(a.bins_failed, b.bins_failed);
-    EXPECT_EQ(a.p50_ratio, b.p50_ratio);
-    EXPECT_EQ(a.p95_ratio, b.p95_ratio);
-    EXPECT_EQ(a.p99_ratio, b.p99_ratio);
-    EXPECT_EQ(a.worst_bin_freq_hz, b.worst_bin_freq_hz);
-    EXPECT_EQ(a.worst_bin_ratio, b.worst_bin_ratio);
-    EXPECT_EQ(a.worst_bin_diff_db, b.worst_bin_diff_db);
-    EXPECT_EQ(a.worst_bin_is_peak, b.worst_bin_is_peak);
-    EXPECT_EQ(a.worst_frame_start, b.worst_frame_start);
-}
-
 TEST(AmplitudeWorkspace, SameBitsAsThePlainSpectrum) {
     const wav_audio a = make_audio(2, tones(9000, {{1000.0, 0.5}, {7777.0, 0.01}}, 2));
     for (std::uint64_t n : {1024u, 8192u}) {
@@ -91,6 +71,33 @@ TEST(AmplitudeWorkspace, SameBitsAsThePlainSpectrum) {
             amplitude_spectrum(a, 1, 17, n, plain, form);
             amplitude_spectrum(ws, a, 1, 17, reused, form);
             EXPECT_EQ(plain, reused) << n;
+        }
+    }
+}
+
+TEST(AmplitudeWorkspace, LevelsBelowTheCutoffAreSkippedAndNoOthers) {
+    // Tones from 0 dB down to -150 dB: against a -100 dB cutoff the bins above it keep
+    // their exact values, and only bins well below it read -infinity.
+    const wav_audio a = make_audio(1, tones(8192, {{1000.0, 1.0}, {3000.0, 1e-5}, {5000.0, 1e-5 * 0.99999}, {9000.0, 3e-8}}));
+    amplitude_workspace ws;
+    ASSERT_TRUE(amplitude_workspace_init(ws, 8192));
+    std::vector<double> full(4096), cut(4096);
+    amplitude_spectrum(a, 0, 0, 8192, full, spectrum_form::db_check);
+    for (double cutoff : {-100.0, -60.0, -199.999, -250.0}) {
+        amplitude_spectrum_db_above(ws, a, 0, 0, cut, cutoff);
+        std::size_t skipped = 0;
+        for (std::size_t k = 0; k < 4096; ++k) {
+            if (std::isinf(cut[k])) {
+                ++skipped;
+                EXPECT_LT(full[k], cutoff - 0.001 + 1e-6) << k;
+            } else {
+                EXPECT_EQ(cut[k], full[k]) << k;
+            }
+        }
+        if (cutoff > -199.0) {
+            EXPECT_GT(skipped, 100u) << cutoff;
+        } else {
+            EXPECT_EQ(skipped, 0u) << cutoff;
         }
     }
 }
@@ -146,6 +153,7 @@ TEST(SpectralFrame, GatingPeaksAndTolerances) {
         std::vector<spectral_band> bands{default_band()};
         const auto map = build_bin_band_map(bands, rate, 8192);
         spectral_frame_setup setup{8192, c.profile, std::nullopt, bands, map, c.window};
+        setup.lowest_threshold_db = lowest_band_threshold_db(bands);
         spectral_frame_buffers buf;
         ASSERT_TRUE(spectral_frame_buffers_init(buf, 8192));
         std::vector<double> ratios(4096);
@@ -278,7 +286,7 @@ TEST(SpectralScan, KnownAnswersMatchTheLiteralScan) {
         const spectral_result lit = test::literal_scan_spectral(c.ref, c.dut, 0, c.s);
         EXPECT_EQ(r.pass, c.pass);
         EXPECT_EQ(r.channels[0].frames_scanned, c.frames);
-        for (std::uint64_t ch = 0; ch < r.channel_count; ++ch) expect_same(r.channels[ch], lit.channels[ch]);
+        EXPECT_TRUE(test::same_result(r, lit));
         if (!c.pass) {
             EXPECT_TRUE(r.channels[0].worst_bin_is_peak);
             EXPECT_NEAR(r.channels[0].worst_bin_freq_hz, 7000.0, 6.0);

@@ -259,4 +259,29 @@ inline distortion_result literal_check_distortion(const wav_audio& ref, const wa
     return out;
 }
 
+// Every field equal, doubles bit for bit (compared with ==).
+inline bool same_channel(const spectral_channel_result& x, const spectral_channel_result& y) {
+    return x.pass == y.pass && x.frame_gated == y.frame_gated && x.insufficient_samples == y.insufficient_samples &&
+           x.frames_scanned == y.frames_scanned && x.edge_skipped_samples == y.edge_skipped_samples &&
+           x.frames_gated == y.frames_gated && x.bins_compared == y.bins_compared && x.bins_excluded == y.bins_excluded &&
+           x.bins_failed == y.bins_failed && x.p50_ratio == y.p50_ratio && x.p95_ratio == y.p95_ratio &&
+           x.p99_ratio == y.p99_ratio && x.worst_bin_freq_hz == y.worst_bin_freq_hz &&
+           x.worst_bin_ratio == y.worst_bin_ratio && x.worst_bin_diff_db == y.worst_bin_diff_db &&
+           x.worst_bin_is_peak == y.worst_bin_is_peak && x.worst_frame_start == y.worst_frame_start;
+}
+
+inline bool same_channel(const distortion_channel& x, const distortion_channel& y) {
+    return x.pass == y.pass && x.frame_gated == y.frame_gated && x.insufficient_samples == y.insufficient_samples &&
+           x.frames_scanned == y.frames_scanned && x.frames_gated == y.frames_gated &&
+           x.worst_frame_start == y.worst_frame_start && x.fundamental_freq_hz == y.fundamental_freq_hz &&
+           x.thdn_ratio == y.thdn_ratio && x.thdn_db == y.thdn_db && x.p50_thdn_ratio == y.p50_thdn_ratio &&
+           x.p95_thdn_ratio == y.p95_thdn_ratio;
+}
+
+template <class Result>
+bool same_result(const Result& a, const Result& b) {
+    return a.pass == b.pass && a.channel_count == b.channel_count && same_channel(a.channels[0], b.channels[0]) &&
+           same_channel(a.channels[1], b.channels[1]);
+}
+
 }  // namespace veltrane::test
