@@ -3,28 +3,12 @@
 #include <cmath>
 #include <cstdio>
 
+#include "report/chart_frame.h"
 #include "report/check_cards.h"
 #include "report/spectral_chart.h"
 
 namespace veltrane {
 namespace {
-
-bool append_scope_head(text_buf& buf, const char* title, const char* frame_id) {
-    return text_buf_appendf(buf,
-                            "<div class=\"scope-head\"><span class=\"title\">%s</span>\n<div "
-                            "class=\"zoom-toolbar\"><span class=\"zoom-hint\">scroll to zoom &middot; drag to pan "
-                            "&middot; shift+drag to box-zoom</span><div class=\"trace-toggle\" data-target=\"%s\"><button "
-                            "type=\"button\" data-mode=\"both\" class=\"active\">Both</button><button type=\"button\" "
-                            "data-mode=\"ref\">Ref</button><button type=\"button\" "
-                            "data-mode=\"dut\">DUT</button></div><button type=\"button\" class=\"zoom-reset\" "
-                            "data-zoom-target=\"%s\">Reset zoom</button></div>\n</div>\n",
-                            title, frame_id, frame_id);
-}
-
-constexpr const char* scope_close =
-    "<div class=\"zoom-box\" hidden></div>\n</div>\n<div class=\"legend-row\">\n<span><span class=\"sw\" "
-    "style=\"background:var(--ref)\"></span>Reference</span>\n<span><span class=\"sw\" "
-    "style=\"background:var(--dut)\"></span>Device under test</span>\n</div>\n</div>\n";
 
 // The chart request shared by every spectral chart of the card.
 spectral_chart_request chart_request(const report_inputs& in, std::uint32_t channel, std::string_view suffix) {
@@ -71,11 +55,9 @@ bool append_frame_body(text_buf& buf, const report_inputs& in, std::uint32_t c, 
         req.fail_db = ch.worst_bin_diff_db;
     }
     spectral_chart_peaks peaks;
-    bool ok = text_buf_append(chart, "<div class=\"scope\">\n") &&
-              append_scope_head(chart, "Ref vs. DUT magnitude spectrum", frame_id.c_str()) &&
-              text_buf_appendf(chart, "<div class=\"zoom-frame\" data-zoom-kind=\"spectral\" id=\"%s\">\n",
-                               frame_id.c_str()) &&
-              spectral_chart(chart, req, &peaks) && text_buf_append(chart, scope_close);
+    bool ok = append_chart_frame_open(chart, "scope", "Ref vs. DUT magnitude spectrum", frame_id.c_str(),
+                                      chart_kind::spectral, true) &&
+              spectral_chart(chart, req, &peaks) && append_chart_frame_close(chart, chart_legend::reference_and_dut);
 
     char notes[160] = "";
     int used = 0;
@@ -189,11 +171,11 @@ bool append_snapshot_widget(text_buf& buf, const report_inputs& in, std::uint32_
             req.fail_freq_hz = snap.worst_bin_freq_hz;
             req.fail_db = snap.worst_bin_diff_db;
         }
-        ok = text_buf_appendf(buf, "<div class=\"snap-panel\" data-snap-idx=\"%zu\"%s>\n<div class=\"scope\">\n", i,
+        ok = text_buf_appendf(buf, "<div class=\"snap-panel\" data-snap-idx=\"%zu\"%s>\n", i,
                               i == selected ? "" : " hidden") &&
-             append_scope_head(buf, title, frame_id) &&
-             text_buf_appendf(buf, "<div class=\"zoom-frame\" data-zoom-kind=\"spectral\" id=\"%s\">\n", frame_id) &&
-             spectral_chart(buf, req) && text_buf_append(buf, scope_close) && text_buf_append(buf, "</div>\n");
+             append_chart_frame_open(buf, "scope", title, frame_id, chart_kind::spectral, true) &&
+             spectral_chart(buf, req) && append_chart_frame_close(buf, chart_legend::reference_and_dut) &&
+             text_buf_append(buf, "</div>\n");
     }
     // Tab switching: the clicked tab becomes the active one and only its panel is shown.
     return ok && text_buf_append(buf, "</div>\n</div>\n") &&
