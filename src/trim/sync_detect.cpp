@@ -49,8 +49,8 @@ void init_sync_detector(sync_detector& d, std::uint32_t sample_rate_hz) {
         d.tone.resize(length);
         synth_sync_template(builtin_sync_spec, sample_rate_hz, d.tone);
         for (std::uint32_t i = 0; i < builtin_sync_spec.chirp_count; ++i) {
-            const sync_spec one = single_chirp_spec(builtin_sync_spec, i);
-            d.chirps[i].resize(sync_spec_length(one, sample_rate_hz));
+            const sync_tone_shape one = single_chirp_tone(builtin_sync_spec, i);
+            d.chirps[i].resize(sync_tone_length(one, sample_rate_hz));
             synth_sync_template(one, sample_rate_hz, d.chirps[i]);
         }
     } catch (const std::bad_alloc&) {

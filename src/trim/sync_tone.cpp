@@ -46,43 +46,43 @@ void synth_chirp(const chirp_band& band, std::uint32_t sample_rate_hz, double am
 
 }  // namespace
 
-sync_spec single_chirp_spec(const sync_spec& spec, std::uint32_t index) {
-    sync_spec one = spec;
+sync_tone_shape single_chirp_tone(const sync_tone_shape& tone, std::uint32_t index) {
+    sync_tone_shape one = tone;
     one.chirps = {};
-    one.chirps[0] = spec.chirps[index % max_sync_chirps];
+    one.chirps[0] = tone.chirps[index % max_sync_chirps];
     one.chirp_count = 1;
     return one;
 }
 
-std::uint64_t sync_chirp_length(const sync_spec& spec, std::uint32_t sample_rate_hz) {
-    const long long n = std::llround(spec.chirp_sec * static_cast<double>(sample_rate_hz));
+std::uint64_t sync_chirp_length(const sync_tone_shape& tone, std::uint32_t sample_rate_hz) {
+    const long long n = std::llround(tone.chirp_sec * static_cast<double>(sample_rate_hz));
     return n > 0 ? static_cast<std::uint64_t>(n) : 0;
 }
 
-std::uint64_t sync_gap_length(const sync_spec& spec, std::uint32_t sample_rate_hz) {
-    const long long n = std::llround(spec.gap_sec * static_cast<double>(sample_rate_hz));
+std::uint64_t sync_gap_length(const sync_tone_shape& tone, std::uint32_t sample_rate_hz) {
+    const long long n = std::llround(tone.gap_sec * static_cast<double>(sample_rate_hz));
     return n > 0 ? static_cast<std::uint64_t>(n) : 0;
 }
 
-std::uint64_t sync_spec_length(const sync_spec& spec, std::uint32_t sample_rate_hz) {
-    const std::uint64_t count = std::min<std::uint64_t>(spec.chirp_count, max_sync_chirps);
+std::uint64_t sync_tone_length(const sync_tone_shape& tone, std::uint32_t sample_rate_hz) {
+    const std::uint64_t count = std::min<std::uint64_t>(tone.chirp_count, max_sync_chirps);
     if (count == 0) return 0;
-    return count * sync_chirp_length(spec, sample_rate_hz) + (count - 1) * sync_gap_length(spec, sample_rate_hz);
+    return count * sync_chirp_length(tone, sample_rate_hz) + (count - 1) * sync_gap_length(tone, sample_rate_hz);
 }
 
 std::uint64_t sync_template_length(std::uint32_t sample_rate_hz) {
-    return sync_spec_length(builtin_sync_spec, sample_rate_hz);
+    return sync_tone_length(builtin_sync_spec, sample_rate_hz);
 }
 
-void synth_sync_template(const sync_spec& spec, std::uint32_t sample_rate_hz, std::span<double> out) {
-    const std::uint64_t count = std::min<std::uint64_t>(spec.chirp_count, max_sync_chirps);
-    const std::uint64_t chirp = sync_chirp_length(spec, sample_rate_hz);
-    const std::uint64_t gap = sync_gap_length(spec, sample_rate_hz);
-    const double amplitude = std::pow(10.0, spec.level_db / 20.0);
+void synth_sync_template(const sync_tone_shape& tone, std::uint32_t sample_rate_hz, std::span<double> out) {
+    const std::uint64_t count = std::min<std::uint64_t>(tone.chirp_count, max_sync_chirps);
+    const std::uint64_t chirp = sync_chirp_length(tone, sample_rate_hz);
+    const std::uint64_t gap = sync_gap_length(tone, sample_rate_hz);
+    const double amplitude = std::pow(10.0, tone.level_db / 20.0);
     std::uint64_t at = 0;
     for (std::uint64_t i = 0; i < count && at < out.size(); ++i) {
         const std::uint64_t n = std::min<std::uint64_t>(chirp, out.size() - at);
-        synth_chirp(spec.chirps[i], sample_rate_hz, amplitude, chirp, n, out.data() + at);
+        synth_chirp(tone.chirps[i], sample_rate_hz, amplitude, chirp, n, out.data() + at);
         at += n;
         if (i + 1 < count) {
             const std::uint64_t z = std::min<std::uint64_t>(gap, out.size() - at);

@@ -15,9 +15,9 @@ namespace veltrane {
 namespace {
 
 std::vector<double> tone_at(std::uint32_t rate, std::uint32_t chirp = 99) {
-    const sync_spec spec = chirp < 4 ? single_chirp_spec(builtin_sync_spec, chirp) : builtin_sync_spec;
-    std::vector<double> t(sync_spec_length(spec, rate));
-    synth_sync_template(spec, rate, t);
+    const sync_tone_shape tone = chirp < 4 ? single_chirp_tone(builtin_sync_spec, chirp) : builtin_sync_spec;
+    std::vector<double> t(sync_tone_length(tone, rate));
+    synth_sync_template(tone, rate, t);
     return t;
 }
 
