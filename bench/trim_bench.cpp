@@ -31,7 +31,7 @@ constexpr std::uint64_t lead_at = rate_hz;              // the leading tone star
 std::vector<double> capture() {
     std::vector<double> s(frames * channels, 0.0);
     std::vector<double> tone(veltrane::sync_template_length(rate_hz));
-    veltrane::synth_sync_template(veltrane::builtin_sync_spec, rate_hz, tone);
+    veltrane::synth_sync_template(veltrane::builtin_sync_tone, rate_hz, tone);
     const std::uint64_t trail_at = frames - rate_hz - tone.size();
     const std::uint64_t programme_from = lead_at + tone.size();
     const double step = 2.0 * 3.14159265358979323846 * 997.0 / rate_hz;  // a 997 Hz tone plus some hiss

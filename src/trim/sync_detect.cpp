@@ -23,9 +23,9 @@ strided_samples channel_stretch(const wav_audio& audio, std::uint32_t channel, s
 // twice the chirp length around its expected place (half a chirp before, half after).
 void check_chirps(sync_detector& d, const wav_audio& audio, std::uint32_t channel, sync_match& match,
                   std::vector<complex_value>& work) {
-    const std::uint64_t lc = sync_chirp_length(builtin_sync_spec, d.sample_rate_hz);
-    const std::uint64_t lg = sync_gap_length(builtin_sync_spec, d.sample_rate_hz);
-    const std::uint32_t count = builtin_sync_spec.chirp_count;
+    const std::uint64_t lc = sync_chirp_length(builtin_sync_tone, d.sample_rate_hz);
+    const std::uint64_t lg = sync_gap_length(builtin_sync_tone, d.sample_rate_hz);
+    const std::uint32_t count = builtin_sync_tone.chirp_count;
     match.rep_count = static_cast<std::int32_t>(count);
     for (std::uint32_t i = 0; i < count; ++i) {
         const std::uint64_t expected = match.sample_offset + i * (lc + lg);
@@ -47,9 +47,9 @@ void init_sync_detector(sync_detector& d, std::uint32_t sample_rate_hz) {
     if (length == 0) return;
     try {
         d.tone.resize(length);
-        synth_sync_template(builtin_sync_spec, sample_rate_hz, d.tone);
-        for (std::uint32_t i = 0; i < builtin_sync_spec.chirp_count; ++i) {
-            const sync_tone_shape one = single_chirp_tone(builtin_sync_spec, i);
+        synth_sync_template(builtin_sync_tone, sample_rate_hz, d.tone);
+        for (std::uint32_t i = 0; i < builtin_sync_tone.chirp_count; ++i) {
+            const sync_tone_shape one = single_chirp_tone(builtin_sync_tone, i);
             d.chirps[i].resize(sync_tone_length(one, sample_rate_hz));
             synth_sync_template(one, sample_rate_hz, d.chirps[i]);
         }

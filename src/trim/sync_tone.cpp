@@ -71,7 +71,7 @@ std::uint64_t sync_tone_length(const sync_tone_shape& tone, std::uint32_t sample
 }
 
 std::uint64_t sync_template_length(std::uint32_t sample_rate_hz) {
-    return sync_tone_length(builtin_sync_spec, sample_rate_hz);
+    return sync_tone_length(builtin_sync_tone, sample_rate_hz);
 }
 
 void synth_sync_template(const sync_tone_shape& tone, std::uint32_t sample_rate_hz, std::span<double> out) {

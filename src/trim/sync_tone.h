@@ -26,7 +26,7 @@ struct sync_tone_shape {
 };
 
 // The one tone the system knows: 0.15 s chirps with 0.05 s gaps at -20 dBFS, 0.75 s in all.
-inline constexpr sync_tone_shape builtin_sync_spec{
+inline constexpr sync_tone_shape builtin_sync_tone{
     {{{1100.0, 7800.0}, {900.0, 7000.0}, {1300.0, 8200.0}, {1000.0, 7500.0}}},
     0.15,
     4,

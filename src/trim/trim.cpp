@@ -49,7 +49,7 @@ bool add_match(json_writer& w, const char* label, const sync_match& m) {
     ok = ok && json_add_double(w, key, m.psr, true);
     std::snprintf(key, sizeof key, "%s_similarity", label);
     ok = ok && json_add_double(w, key, m.similarity, true);
-    for (std::uint32_t i = 0; i < builtin_sync_spec.chirp_count; ++i) {
+    for (std::uint32_t i = 0; i < builtin_sync_tone.chirp_count; ++i) {
         std::snprintf(key, sizeof key, "%s_rep_psr_%d", label, static_cast<int>(i));
         ok = ok && json_add_double(w, key, m.rep_psr[i], true);
     }

@@ -44,7 +44,7 @@ struct capture {
     capture& hiss(double sec, double amp, std::uint32_t seed) { return add(noise(n(sec), channels, amp, seed)); }
     capture& tone(double gain = 1.0) {
         std::vector<double> t(sync_template_length(rate));
-        synth_sync_template(builtin_sync_spec, rate, t);
+        synth_sync_template(builtin_sync_tone, rate, t);
         for (double v : t) s.insert(s.end(), channels, gain * v);
         return *this;
     }

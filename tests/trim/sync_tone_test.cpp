@@ -15,7 +15,7 @@ namespace veltrane {
 namespace {
 
 std::vector<double> tone_at(std::uint32_t rate, std::uint32_t chirp = 99) {
-    const sync_tone_shape tone = chirp < 4 ? single_chirp_tone(builtin_sync_spec, chirp) : builtin_sync_spec;
+    const sync_tone_shape tone = chirp < 4 ? single_chirp_tone(builtin_sync_tone, chirp) : builtin_sync_tone;
     std::vector<double> t(sync_tone_length(tone, rate));
     synth_sync_template(tone, rate, t);
     return t;
@@ -28,8 +28,8 @@ TEST(SyncTone, LengthsGapsAndLevel) {
     };
     for (const row& r : {row{48000, 7200, 2400, 36000}, row{44100, 6615, 2205, 33075}, row{22050, 3308, 1103, 16541},
                          row{1, 0, 0, 0}}) {
-        EXPECT_EQ(sync_chirp_length(builtin_sync_spec, r.rate), r.chirp);
-        EXPECT_EQ(sync_gap_length(builtin_sync_spec, r.rate), r.gap);
+        EXPECT_EQ(sync_chirp_length(builtin_sync_tone, r.rate), r.chirp);
+        EXPECT_EQ(sync_gap_length(builtin_sync_tone, r.rate), r.gap);
         EXPECT_EQ(sync_template_length(r.rate), r.total);
     }
     const std::vector<double> t = tone_at(48000);
@@ -52,7 +52,7 @@ TEST(SyncTone, ChirpsSweepHighLowHighAndStandAlone) {
     const std::vector<double> t = tone_at(96000);
     const std::size_t lc = 14400, lg = 4800;
     for (std::uint32_t i = 0; i < 4; ++i) {
-        const chirp_band b = builtin_sync_spec.chirps[i];
+        const chirp_band b = builtin_sync_tone.chirps[i];
         const double half = lc / 2, sweep = b.high_hz - b.low_hz;
         // Zero crossings over 400 samples give the frequency at their centre.
         for (double centre : {400.0, half - 200.0, half + 2000.0, lc - 400.0}) {
