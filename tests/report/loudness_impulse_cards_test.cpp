@@ -82,32 +82,5 @@ TEST(LoudnessCard, CeilingAndFixedIntegratedMark) {
     EXPECT_FALSE(has(gating, "Reference only"));
 }
 
-TEST(ImpulseCard, TilesPerChannel) {
-    card_fixture f;
-    impulse_template_result& r = f.res.impulse_template;
-    r.channel_count = 1;
-    r.pass = false;
-    r.channels[0] = {false, 3, true, 12000, 0.0123456, 0.0, 0.05, false};
-    const std::string mono = f.card(append_impulse_card);
-    EXPECT_TRUE(has(mono, "<span class=\"badge fail\">Fail</span>\n</div>\n<div class=\"card-body\">\n<div "
-                          "class=\"tile-row\">\n<div class=\"tile\"><div class=\"k\">Channel</div><div "
-                          "class=\"v\">Mono</div></div>\n<div class=\"tile\"><div class=\"k\">Total Fails</div><div "
-                          "class=\"v fail\">3</div></div>\n</div>\n"));
-    EXPECT_TRUE(has(mono, "<div class=\"tile\"><div class=\"k\">Worst Sample</div><div class=\"v\">12000 (0.250 "
-                          "s)</div></div>\n<div class=\"tile\"><div class=\"k\">Diff (linear)</div><div class=\"v "
-                          "fail\">0.012346</div></div>\n<div class=\"tile\"><div class=\"k\">Ref / DUT "
-                          "Amplitude</div><div class=\"v\">0.000000 / 0.050000</div></div>\n</div>\n"));
-    r.channel_count = 2;
-    r.channels[0] = {};
-    r.channels[1] = {};
-    r.pass = true;
-    const std::string stereo = f.card(append_impulse_card);
-    EXPECT_TRUE(has(stereo, "<span class=\"badge pass\">Pass</span>"));
-    EXPECT_TRUE(has(stereo, "<div class=\"tile-row card-row-gap\">\n<div class=\"tile\"><div "
-                            "class=\"k\">Channel</div><div class=\"v\">R</div></div>\n<div class=\"tile\"><div "
-                            "class=\"k\">Total Fails</div><div class=\"v\">0</div></div>\n</div>\n"));
-    EXPECT_FALSE(has(stereo, "Worst Sample"));
-}
-
 }  // namespace
 }  // namespace veltrane

@@ -59,61 +59,6 @@ TEST(SampleCards, ArtifactSeverityTexts) {
         EXPECT_EQ(artifact_severity_text(c.severity, c.global, 4.0, 100.0), c.text) << c.severity << " " << c.global;
 }
 
-TEST(SampleCards, LevelFidelityTablesAndReferenceOnlyBadge) {
-    card_fixture f;
-    level_fidelity_result& r = f.res.level;
-    r.channel_count = 2;
-    r.channels[0] = {false, 100, 3, 0.5, 0.01, 1.5, true, 42, -2.25, 0.5, 0.3, 25.0, true};
-    r.channels[1].pass = true;  // nothing included on the right
-    f.res.of(check_id::levelfidelity) = {true, false, false, "command line"};
-    std::string s = f.card(append_level_card);
-    EXPECT_TRUE(has(s, "<span class=\"badge info\">Reference Only</span>\n</div>\n<div class=\"card-body\">\n<p "
-                       "class=\"desc\">Reference only -- this run used <code>--levelfidelity-ref-only</code>"));
-    EXPECT_TRUE(has(s, "<thead><tr><th scope=\"col\"></th><th scope=\"col\">L</th><th scope=\"col\">R</th></tr></thead>\n"
-                       "<tbody>\n<tr><th scope=\"row\">Median</th><td>0.500 dB</td><td>0.000 dB</td></tr>\n<tr><th "
-                       "scope=\"row\">MAD</th><td>0.010 dB</td><td>0.000 dB</td></tr>\n<tr><th scope=\"row\">P99 "
-                       "|Error|</th><td class=\"fail\">1.500 dB</td><td>0.000 dB</td></tr>\n<tr><th "
-                       "scope=\"row\">Sustained Run</th><td class=\"fail\">25.0 ms</td><td>0.0 ms</td></tr>\n</tbody>"));
-    EXPECT_TRUE(has(s, "<p class=\"compare-table-title\">Worst Point</p>"));
-    EXPECT_TRUE(has(s, "<tr><th scope=\"row\">Worst Sample</th><td>42</td><td>&mdash;</td></tr>\n<tr><th "
-                       "scope=\"row\">Worst Diff</th><td>-2.250 dB</td><td>&mdash;</td></tr>"));
-
-    // Gating on, passing, no samples anywhere: pass badge, no worst table; no channels at all:
-    // the four row heads alone.
-    r.channels[0] = {};
-    r.channels[0].pass = true;
-    f.res.of(check_id::levelfidelity) = {true, true, true, ""};
-    s = f.card(append_level_card);
-    EXPECT_TRUE(has(s, "<span class=\"badge pass\">Pass</span>"));
-    EXPECT_FALSE(has(s, "Worst Point"));
-    r.channel_count = 0;
-    s = f.card(append_level_card);
-    EXPECT_TRUE(has(s, "<tbody>\n<tr><th scope=\"row\">Median</th></tr>\n<tr><th scope=\"row\">MAD</th></tr>\n"));
-}
-
-TEST(SampleCards, ArtifactChannelsAndMinorNote) {
-    card_fixture f;
-    artifact_result& r = f.res.artifact;
-    r.channel_count = 2;
-    r.channels[0] = {true, 4800, 5, 0, 0, 0, 0};
-    r.channels[1] = {false, 4800, 0, 11, 2, 1, 1, 3000, 10, 3000, 10, true, 3.7, 3.3, 19.8};
-    f.res.of(check_id::artifact) = {true, true, false, ""};
-    std::string s = f.card(append_artifact_card);
-    EXPECT_TRUE(has(s, "<span class=\"badge fail\">Fail</span>"));
-    EXPECT_TRUE(has(s, "<div class=\"tile-row\">\n<div class=\"tile\"><div class=\"k\">Channel</div><div "
-                       "class=\"v\">L</div></div>\n<div class=\"tile\"><div class=\"k\">Events Counted</div><div "
-                       "class=\"v\">0</div></div>"));
-    EXPECT_TRUE(has(s, "<div class=\"tile-row card-row-gap\">\n<div class=\"tile\"><div class=\"k\">Channel</div><div "
-                       "class=\"v\">R</div></div>\n<div class=\"tile\"><div class=\"k\">Events Counted</div><div "
-                       "class=\"v fail\">1</div></div>"));
-    EXPECT_TRUE(has(s, "<div class=\"v\">11 / 4800</div>"));
-    EXPECT_TRUE(has(s, "<div class=\"tile\"><div class=\"k\">Worst Event</div><div class=\"v\">frame 3000, 10 smp "
-                       "&middot; 3.3&times;</div></div>\n</div>\n<p class=\"desc\">Minor events are outlier samples no "
-                       "more than 4&times; over the detection threshold (and no more than 100&times; over it measured "
-                       "against the whole file), or runs of exact silence or full scale shorter than 8 samples."));
-    EXPECT_EQ(s.find("Worst Event"), s.rfind("Worst Event"));  // only the channel with events
-}
-
 TEST(SampleCards, TimeDomainTilesAndWaveformGallery) {
     card_fixture f;
     time_domain_result& r = f.res.time_domain;
