@@ -1,10 +1,6 @@
 #include "trim/trim.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <array>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <span>
@@ -18,25 +14,6 @@ namespace {
 sync_match search(sync_detector& detector, const wav_audio& audio, std::uint64_t start, std::uint64_t length,
                   double psr_threshold) {
     return find_sync(detector, audio, start, length, psr_threshold, sync_similarity_threshold);
-}
-
-// A fresh, empty file next to `path` (same directory, so that the final rename stays on
-// one file system), created exclusively with the usual permissions; its name in `temp`.
-bool create_temp_beside(const std::string& path, std::string& temp) {
-    const std::size_t slash = path.rfind('/');
-    const std::string dir = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
-    static unsigned serial = 0;
-    for (int attempt = 0; attempt < 100; ++attempt) {
-        temp = dir + ".veltrane-trim-" + std::to_string(static_cast<long>(getpid())) + "-" + std::to_string(serial++) +
-               ".tmp";
-        const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (fd >= 0) {
-            ::close(fd);
-            return true;
-        }
-        if (errno != EEXIST) return false;
-    }
-    return false;
 }
 
 bool add_match(json_writer& w, const char* label, const sync_match& m) {
@@ -101,14 +78,9 @@ bool write_trimmed_wav(const std::string& path, const wav_audio& audio, std::uin
     // The cut is written straight from the decoded input: no second copy of the samples.
     const std::span<const double> cut =
         std::span<const double>(audio.samples).subspan(sync_point * audio.channels, frames * audio.channels);
-    std::string temp;
-    if (!create_temp_beside(path, temp)) return false;
-    if (!wav_write(temp, audio.sample_rate, audio.channels, audio.format_code, cut, frames) ||
-        std::rename(temp.c_str(), path.c_str()) != 0) {
-        std::remove(temp.c_str());
-        return false;
-    }
-    return true;
+    // The writer works under a temporary name and renames it into place when complete, so a
+    // failed write leaves no file behind and an earlier file at `path` untouched.
+    return wav_write(path, audio.sample_rate, audio.channels, audio.format_code, cut, frames);
 }
 
 bool build_trim_report(std::string_view input_path, const trim_plan& plan, std::string& text) {
