@@ -209,108 +209,70 @@ void write_distortion(results_writer& doc, const run_results& res, const run_con
     }
 }
 
-// Per-channel keys are fixed texts, channel 0 then channel 1.
 void write_levelfidelity(results_writer& doc, const run_results& res, const run_config&) {
-    static const char* const keys[2][10] = {
-        {"levelfidelity_channel_0_samples_included", "levelfidelity_channel_0_samples_excluded",
-         "levelfidelity_channel_0_median_db", "levelfidelity_channel_0_mad_db", "levelfidelity_channel_0_p99_abs_db",
-         "levelfidelity_channel_0_longest_sustained_run_ms", "levelfidelity_channel_0_worst_sample",
-         "levelfidelity_channel_0_worst_diff_db", "levelfidelity_channel_0_worst_ref_amp",
-         "levelfidelity_channel_0_worst_dut_amp"},
-        {"levelfidelity_channel_1_samples_included", "levelfidelity_channel_1_samples_excluded",
-         "levelfidelity_channel_1_median_db", "levelfidelity_channel_1_mad_db", "levelfidelity_channel_1_p99_abs_db",
-         "levelfidelity_channel_1_longest_sustained_run_ms", "levelfidelity_channel_1_worst_sample",
-         "levelfidelity_channel_1_worst_diff_db", "levelfidelity_channel_1_worst_ref_amp",
-         "levelfidelity_channel_1_worst_dut_amp"},
-    };
     const level_fidelity_result& r = res.level;
     doc.verdict("levelfidelity_verdict", r.pass);
-    for (std::uint64_t c = 0; c < r.channel_count && c < 2; ++c) {
+    for (unsigned c = 0; c < r.channel_count && c < 2; ++c) {
         const level_fidelity_channel& ch = r.channels[c];
-        doc.u64(keys[c][0], ch.samples_included);
-        doc.u64(keys[c][1], ch.samples_excluded);
-        doc.f64(keys[c][2], ch.median_db);
-        doc.f64(keys[c][3], ch.mad_db);
-        doc.f64(keys[c][4], ch.p99_abs_db);
-        doc.f64(keys[c][5], ch.longest_sustained_run_ms);
+        channel_keys key("levelfidelity_", c);
+        doc.u64(key("samples_included"), ch.samples_included);
+        doc.u64(key("samples_excluded"), ch.samples_excluded);
+        doc.f64(key("median_db"), ch.median_db);
+        doc.f64(key("mad_db"), ch.mad_db);
+        doc.f64(key("p99_abs_db"), ch.p99_abs_db);
+        doc.f64(key("longest_sustained_run_ms"), ch.longest_sustained_run_ms);
         if (!ch.has_samples) continue;
-        doc.i64(keys[c][6], ch.worst_sample);
-        doc.f64(keys[c][7], ch.worst_diff_db);
-        doc.f64(keys[c][8], ch.worst_ref_amp);
-        doc.f64(keys[c][9], ch.worst_dut_amp);
+        doc.i64(key("worst_sample"), ch.worst_sample);
+        doc.f64(key("worst_diff_db"), ch.worst_diff_db);
+        doc.f64(key("worst_ref_amp"), ch.worst_ref_amp);
+        doc.f64(key("worst_dut_amp"), ch.worst_dut_amp);
     }
 }
 
 void write_artifact(results_writer& doc, const run_results& res, const run_config& cfg) {
-    static const char* const keys[2][12] = {
-        {"artifact_channel_0_samples_checked", "artifact_channel_0_samples_excluded",
-         "artifact_channel_0_samples_flagged", "artifact_channel_0_event_count",
-         "artifact_channel_0_counted_event_count", "artifact_channel_0_minor_event_count",
-         "artifact_channel_0_worst_event_start_frame", "artifact_channel_0_worst_event_length",
-         "artifact_channel_0_worst_event_deviation_ratio", "artifact_channel_0_worst_event_severity",
-         "artifact_channel_0_worst_event_global_severity", "artifact_channel_0_worst_event_counted"},
-        {"artifact_channel_1_samples_checked", "artifact_channel_1_samples_excluded",
-         "artifact_channel_1_samples_flagged", "artifact_channel_1_event_count",
-         "artifact_channel_1_counted_event_count", "artifact_channel_1_minor_event_count",
-         "artifact_channel_1_worst_event_start_frame", "artifact_channel_1_worst_event_length",
-         "artifact_channel_1_worst_event_deviation_ratio", "artifact_channel_1_worst_event_severity",
-         "artifact_channel_1_worst_event_global_severity", "artifact_channel_1_worst_event_counted"},
-    };
     const artifact_result& r = res.artifact;
     doc.verdict("artifact_verdict", r.pass);
     doc.i64("artifact_window_samples", cfg.integer(param_id::artifact_window_samples));
     doc.f64("artifact_min_severity", cfg.number(param_id::artifact_min_severity));
     doc.i64("artifact_min_silence_clip_run", cfg.integer(param_id::artifact_min_silence_clip_run));
     doc.f64("artifact_min_global_severity", cfg.number(param_id::artifact_min_global_severity));
-    for (std::uint64_t c = 0; c < r.channel_count && c < 2; ++c) {
+    for (unsigned c = 0; c < r.channel_count && c < 2; ++c) {
         const artifact_channel& ch = r.channels[c];
-        doc.u64(keys[c][0], ch.samples_checked);
-        doc.u64(keys[c][1], ch.samples_excluded);
-        doc.u64(keys[c][2], ch.samples_flagged);
-        doc.u64(keys[c][3], ch.event_count);
-        doc.u64(keys[c][4], ch.counted_event_count);
-        doc.u64(keys[c][5], ch.minor_event_count);
+        channel_keys key("artifact_", c);
+        doc.u64(key("samples_checked"), ch.samples_checked);
+        doc.u64(key("samples_excluded"), ch.samples_excluded);
+        doc.u64(key("samples_flagged"), ch.samples_flagged);
+        doc.u64(key("event_count"), ch.event_count);
+        doc.u64(key("counted_event_count"), ch.counted_event_count);
+        doc.u64(key("minor_event_count"), ch.minor_event_count);
         if (ch.event_count == 0) continue;
-        doc.u64(keys[c][6], ch.worst_event_start_frame);
-        doc.u64(keys[c][7], ch.worst_event_length);
-        doc.f64(keys[c][8], ch.worst_event_deviation_ratio);
-        doc.f64(keys[c][9], ch.worst_event_severity);
-        doc.f64(keys[c][10], ch.worst_event_global_severity);
-        doc.flag(keys[c][11], ch.worst_event_counted);
+        doc.u64(key("worst_event_start_frame"), ch.worst_event_start_frame);
+        doc.u64(key("worst_event_length"), ch.worst_event_length);
+        doc.f64(key("worst_event_deviation_ratio"), ch.worst_event_deviation_ratio);
+        doc.f64(key("worst_event_severity"), ch.worst_event_severity);
+        doc.f64(key("worst_event_global_severity"), ch.worst_event_global_severity);
+        doc.flag(key("worst_event_counted"), ch.worst_event_counted);
     }
 }
 
 void write_time_domain(results_writer& doc, const run_results& res, const run_config&) {
-    static const char* const keys[2][11] = {
-        {"time_domain_channel_0_samples_included", "time_domain_channel_0_samples_excluded",
-         "time_domain_channel_0_total_fails", "time_domain_channel_0_fails_low_level_signal_tier",
-         "time_domain_channel_0_fails_signal_tier", "time_domain_channel_0_fails_peak_tier",
-         "time_domain_channel_0_worst_sample", "time_domain_channel_0_worst_diff_pct",
-         "time_domain_channel_0_worst_ref_amp", "time_domain_channel_0_worst_dut_amp",
-         "time_domain_channel_0_worst_tolerance_pct"},
-        {"time_domain_channel_1_samples_included", "time_domain_channel_1_samples_excluded",
-         "time_domain_channel_1_total_fails", "time_domain_channel_1_fails_low_level_signal_tier",
-         "time_domain_channel_1_fails_signal_tier", "time_domain_channel_1_fails_peak_tier",
-         "time_domain_channel_1_worst_sample", "time_domain_channel_1_worst_diff_pct",
-         "time_domain_channel_1_worst_ref_amp", "time_domain_channel_1_worst_dut_amp",
-         "time_domain_channel_1_worst_tolerance_pct"},
-    };
     const time_domain_result& r = res.time_domain;
     doc.verdict("time_domain_verdict", r.pass);
-    for (std::uint64_t c = 0; c < r.channel_count && c < 2; ++c) {
+    for (unsigned c = 0; c < r.channel_count && c < 2; ++c) {
         const time_domain_channel& ch = r.channels[c];
-        doc.u64(keys[c][0], ch.samples_included);
-        doc.u64(keys[c][1], ch.samples_excluded);
-        doc.u64(keys[c][2], ch.total_fails);
-        doc.u64(keys[c][3], ch.fails_low_level_signal_tier);
-        doc.u64(keys[c][4], ch.fails_signal_tier);
-        doc.u64(keys[c][5], ch.fails_peak_tier);
+        channel_keys key("time_domain_", c);
+        doc.u64(key("samples_included"), ch.samples_included);
+        doc.u64(key("samples_excluded"), ch.samples_excluded);
+        doc.u64(key("total_fails"), ch.total_fails);
+        doc.u64(key("fails_low_level_signal_tier"), ch.fails_low_level_signal_tier);
+        doc.u64(key("fails_signal_tier"), ch.fails_signal_tier);
+        doc.u64(key("fails_peak_tier"), ch.fails_peak_tier);
         if (!ch.has_worst) continue;
-        doc.i64(keys[c][6], ch.worst_sample);
-        doc.f64(keys[c][7], ch.worst_diff_pct);
-        doc.f64(keys[c][8], ch.worst_ref_amp);
-        doc.f64(keys[c][9], ch.worst_dut_amp);
-        doc.f64(keys[c][10], ch.worst_tolerance_pct);
+        doc.i64(key("worst_sample"), ch.worst_sample);
+        doc.f64(key("worst_diff_pct"), ch.worst_diff_pct);
+        doc.f64(key("worst_ref_amp"), ch.worst_ref_amp);
+        doc.f64(key("worst_dut_amp"), ch.worst_dut_amp);
+        doc.f64(key("worst_tolerance_pct"), ch.worst_tolerance_pct);
     }
 }
 
@@ -338,24 +300,17 @@ void write_loudness(results_writer& doc, const run_results& res, const run_confi
 }
 
 void write_impulse_template(results_writer& doc, const run_results& res, const run_config&) {
-    static const char* const keys[2][5] = {
-        {"impulse_template_channel_0_total_fails", "impulse_template_channel_0_worst_sample",
-         "impulse_template_channel_0_worst_diff", "impulse_template_channel_0_worst_ref_amp",
-         "impulse_template_channel_0_worst_dut_amp"},
-        {"impulse_template_channel_1_total_fails", "impulse_template_channel_1_worst_sample",
-         "impulse_template_channel_1_worst_diff", "impulse_template_channel_1_worst_ref_amp",
-         "impulse_template_channel_1_worst_dut_amp"},
-    };
     const impulse_template_result& r = res.impulse_template;
     doc.verdict("impulse_template_verdict", r.pass);
-    for (std::uint64_t c = 0; c < r.channel_count && c < 2; ++c) {
+    for (unsigned c = 0; c < r.channel_count && c < 2; ++c) {
         const impulse_template_channel& ch = r.channels[c];
-        doc.u64(keys[c][0], ch.total_fails);
+        channel_keys key("impulse_template_", c);
+        doc.u64(key("total_fails"), ch.total_fails);
         if (!ch.has_worst) continue;
-        doc.i64(keys[c][1], ch.worst_sample);
-        doc.f64(keys[c][2], ch.worst_diff);
-        doc.f64(keys[c][3], ch.worst_ref_amp);
-        doc.f64(keys[c][4], ch.worst_dut_amp);
+        doc.i64(key("worst_sample"), ch.worst_sample);
+        doc.f64(key("worst_diff"), ch.worst_diff);
+        doc.f64(key("worst_ref_amp"), ch.worst_ref_amp);
+        doc.f64(key("worst_dut_amp"), ch.worst_dut_amp);
     }
 }
 
