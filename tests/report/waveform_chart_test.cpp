@@ -142,30 +142,6 @@ TEST(WaveformChart, ValuesBeyondTheScalesAreDrawnAtTheEdges) {
     }
 }
 
-TEST(WaveformChart, AmplitudeGridLabels) {
-    wav_audio ref = audio_of(1000, 1, std::vector<double>(100, 0.0));
-    auto lin = draw([&](text_buf& b) { return envelope_full(b, ref, nullptr, 0, 0, false, {}, ""); });
-    auto db = draw([&](text_buf& b) { return envelope_full(b, ref, nullptr, 0, 0, true, {}, ""); });
-    EXPECT_NE(lin.text.find("<line x1=\"58.00\" y1=\"10.00\" x2=\"990.00\" y2=\"10.00\" stroke=\"var(--ink-soft)\" "
-                            "stroke-width=\"1\" opacity=\"0.55\"/>\n<text x=\"52.00\" y=\"13.00\" font-size=\"9.5\" "
-                            "text-anchor=\"end\" fill=\"var(--muted)\">+1.2</text>\n"),
-              std::string::npos);
-    EXPECT_NE(lin.text.find("y2=\"83.00\" stroke=\"var(--ink-soft)\" stroke-width=\"1\" opacity=\"0.9\"/>\n<text "
-                            "x=\"52.00\" y=\"86.00\" font-size=\"9.5\" text-anchor=\"end\" "
-                            "fill=\"var(--muted)\">+0.0</text>"),
-              std::string::npos);
-    EXPECT_EQ(count_of(lin.text, "opacity=\"0.9\""), 1u);
-    EXPECT_NE(lin.text.find(">-1.2</text>"), std::string::npos);
-    EXPECT_EQ(count_of(lin.text, "text-anchor=\"end\""), 13u);
-    EXPECT_EQ(count_of(db.text, "text-anchor=\"end\""), 9u);
-    EXPECT_NE(db.text.find("y=\"13.00\" font-size=\"9.5\" text-anchor=\"end\" fill=\"var(--muted)\">20</text>"),
-              std::string::npos);
-    EXPECT_NE(db.text.find("y=\"159.00\" font-size=\"9.5\" text-anchor=\"end\" fill=\"var(--muted)\">-140</text>"),
-              std::string::npos);
-    EXPECT_NE(db.text.find(">Amplitude (dB)</text>"), std::string::npos);
-    EXPECT_NE(lin.text.find("transform=\"rotate(-90 14 83.00)\">Amplitude</text>"), std::string::npos);
-}
-
 TEST(WaveformChart, TimeLabelsInSecondsOrMinutes) {
     struct time_case {
         std::uint64_t seconds;
