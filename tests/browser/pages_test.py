@@ -1,22 +1,11 @@
 #!/usr/bin/python3
 """Opens pages written by the real veltrane binary in Debian's headless Chromium: a failing
 and a passing analyze report, a report whose DUT name holds markup, a plot page and two
-ERROR pages (one with markup in its error text).
-
-- No script or console errors on any page kind.
-- Theme: the toggle switches data-theme, its label, icon and colours; the choice is stored,
-  survives a reload and carries over to the next page; without a stored choice the page
-  follows the system colour scheme, also when it changes.
-- Markup in a file name or an error text shows as text and never runs; the results island
-  parses as JSON.
-- Charts, on every chart kind: the wheel zooms around the cursor down to the narrowest
-  view, a drag pans, a shift-drag box-zooms, a box of 4 px or less does nothing, a
-  double-click and the reset button restore the full view; the trace toggle hides and
-  shows one trace on its own chart only, and the choice survives a zoom; snapshot tabs
-  switch their panels.
-Screenshots of the reports and the plot page in both themes go to the folder given with
---screenshots, and the time to the first complete render of each page is printed
-(reported, never asserted).
+ERROR pages (one with markup in its error text). Checks: no script or console errors on
+any page kind; the theme toggle, its stored choice and the system colour scheme; markup in
+names and error texts shown as text, never run; chart zoom, pan, box zoom, reset, trace
+toggle and snapshot tabs. Screenshots in both themes go to --screenshots; the time to the
+first complete render of each page is printed (reported, never asserted).
 
 Usage: pages_test.py --veltrane <veltrane binary> --screenshots <folder>
 Exit status: 0 all checks passed, 1 a check failed, 77 Chromium is not installed (skip).
