@@ -6,19 +6,12 @@
 #include "align/align.h"
 #include "support/allocation.h"
 #include "support/wav_bytes.h"
+#include "support/audio_pair.h"
 
 namespace veltrane {
 namespace {
 
-wav_audio stereo(std::vector<double> samples) {
-    wav_audio a;
-    a.sample_rate = 48000;
-    a.channels = 2;
-    a.format_code = 16;
-    a.frame_count = samples.size() / 2;
-    a.samples = std::move(samples);
-    return a;
-}
+wav_audio stereo(std::vector<double> samples) { return test::audio_from(std::move(samples), 2, 48000, 16); }
 
 TEST(AlignmentAllocation, ChannelsWithoutWorkMemoryStayUnmatched) {
     const wav_audio ref = stereo(test::noise(48000, 2, 0.5, 3));

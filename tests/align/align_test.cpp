@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "support/wav_bytes.h"
+#include "support/audio_pair.h"
 
 namespace veltrane {
 namespace {
@@ -15,13 +16,7 @@ constexpr std::int64_t max_lag = 4800;  // 0.1 s at 48 kHz
 constexpr double threshold = 0.9;
 
 wav_audio make_audio(std::vector<double> samples, std::uint32_t channels, std::uint32_t format_code = 320) {
-    wav_audio a;
-    a.sample_rate = rate;
-    a.channels = channels;
-    a.format_code = format_code;
-    a.frame_count = samples.size() / channels;
-    a.samples = std::move(samples);
-    return a;
+    return test::audio_from(std::move(samples), channels, rate, format_code);
 }
 
 // `s` (interleaved) shifted by `delay` frames: later for positive delays (silence in

@@ -75,17 +75,8 @@ signal delayed(const signal& s, std::int64_t delay, std::uint64_t n) {
 enum class kind { random, tone, square, clicks, one_sample, inverted, near_tie, unrelated };
 
 const char* kind_name(kind k) {
-    switch (k) {
-        case kind::random: return "random";
-        case kind::tone: return "tone";
-        case kind::square: return "square";
-        case kind::clicks: return "clicks";
-        case kind::one_sample: return "one_sample";
-        case kind::inverted: return "inverted";
-        case kind::near_tie: return "near_tie";
-        case kind::unrelated: return "unrelated";
-    }
-    return "?";
+    static const char* const names[] = {"random", "tone", "square", "clicks", "one_sample", "inverted", "near_tie", "unrelated"};
+    return names[static_cast<int>(k)];
 }
 
 struct pair_case {

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs one browser test script of this folder (the first argument, e.g. theme_test.py) with
+# Runs one browser test script of this folder (the first argument, e.g. pages_test.py) with
 # the remaining arguments, in Debian's headless Chromium.
 # Exit status 77 (reported as skipped) only when Chromium is not installed.
 set -euo pipefail

@@ -6,18 +6,13 @@
 #include <vector>
 
 #include "checks/bit_compare.h"
+#include "support/audio_pair.h"
 
 namespace veltrane {
 namespace {
 
 wav_audio make_audio(std::uint32_t format_code, std::uint32_t channels, std::vector<double> samples) {
-    wav_audio a;
-    a.sample_rate = 48000;
-    a.channels = channels;
-    a.format_code = format_code;
-    a.frame_count = samples.size() / channels;
-    a.samples = std::move(samples);
-    return a;
+    return test::audio_from(std::move(samples), channels, 48000, format_code);
 }
 
 // Integer codes of a depth, normalised as the reader does.

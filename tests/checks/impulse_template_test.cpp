@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "checks/impulse_template.h"
+#include "support/audio_pair.h"
 
 namespace veltrane {
 namespace {
@@ -54,15 +55,7 @@ TEST(ImpulseTemplate, ExcessKeepsTheFirstLargest) {
     EXPECT_EQ(find_excess(E.data(), E.data(), E.size()).count, 0u);
 }
 
-wav_audio mono(std::vector<double> samples) {
-    wav_audio a;
-    a.sample_rate = 48000;
-    a.channels = 1;
-    a.format_code = 320;
-    a.frame_count = samples.size();
-    a.samples = std::move(samples);
-    return a;
-}
+wav_audio mono(std::vector<double> samples) { return test::audio_from(std::move(samples), 1, 48000, 320); }
 
 // One second of silence with a full-scale click at frame 10000 decaying below P after it.
 std::vector<double> click() {

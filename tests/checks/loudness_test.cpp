@@ -13,18 +13,13 @@
 #include "checks/loudness.h"
 #include "support/loudness_literal.h"
 #include "support/wav_bytes.h"
+#include "support/audio_pair.h"
 
 namespace veltrane {
 namespace {
 
 wav_audio make_audio(std::uint32_t rate, std::uint32_t channels, std::vector<double> samples) {
-    wav_audio a;
-    a.sample_rate = rate;
-    a.channels = channels;
-    a.format_code = 320;
-    a.frame_count = samples.size() / channels;
-    a.samples = std::move(samples);
-    return a;
+    return test::audio_from(std::move(samples), channels, rate, 320);
 }
 
 struct segment {

@@ -3,8 +3,6 @@
 // and the files written.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,13 +18,6 @@ using args = std::vector<std::string>;
 
 constexpr std::uint32_t rate = 48000;
 const std::string status_lines = "Aligning...\nAnalyzing...\nWriting report...\n";
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
 
 // One second of stereo noise: aligns unambiguously.
 std::vector<double> programme(std::uint64_t frames = rate) { return noise(frames, 2, 0.5, 7); }
@@ -51,91 +42,55 @@ struct pair_dir {
     }
 };
 
-// The value text of `key` (without a trailing comma), or "<missing>".
-std::string json_value(const std::string& doc, const std::string& key) {
-    const std::string prefix = "\n    \"" + key + "\": ";
-    std::size_t at = doc.find(prefix);
-    if (at == std::string::npos) return "<missing>";
-    std::size_t from = at + prefix.size();
-    std::string value = doc.substr(from, doc.find('\n', from) - from);
-    if (!value.empty() && value.back() == ',') value.pop_back();
-    return value;
-}
-
-TEST(Analyze, IdenticalFilesPass) {
-    auto s = programme();
-    pair_dir p(s, s);
-    run_result r = run_veltrane(p.analyze({"--json"}));
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.err, status_lines);
-    std::string json = p.dir.file("report.json");
-    EXPECT_EQ(r.out, "wrote " + p.html + " + " + json + " (overall: PASS)\n");
-    // The page embeds the document written beside it (both are compared whole with their
-    // goldens elsewhere).
-    std::string page = slurp(p.html);
-    std::string doc = slurp(json);
-    EXPECT_NE(page.find("<script type=\"application/json\" id=\"veltrane-results\">\n" + doc + "\n</script>\n"),
-              std::string::npos);
-}
-
 TEST(Analyze, DelayedCaptureIsAlignedAndPasses) {
     auto s = programme();
     std::vector<double> late(200, 0.0);  // 100 frames of silence, then all but the last 100 frames
     late.insert(late.end(), s.begin(), s.end() - 200);
     pair_dir p(s, late);
-    run_result r = run_veltrane(p.analyze({"--json", "--quiet"}));
+    run_result r = run_veltrane(p.analyze({"--json"}));
     EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.err, "");
-    std::string doc = slurp(p.dir.file("report.json"));
+    EXPECT_EQ(r.err, status_lines);
+    EXPECT_EQ(r.out, "wrote " + p.html + " + " + p.dir.file("report.json") + " (overall: PASS)\n");
+    std::string doc = file_text(p.dir.file("report.json"));
     EXPECT_EQ(json_value(doc, "align_file_offset"), "100");
     EXPECT_EQ(json_value(doc, "length_mismatch_ref_uncovered_samples"), "100");
     EXPECT_EQ(json_value(doc, "bitexact_verdict"), "\"PASS\"");
+    EXPECT_EQ(run_veltrane(p.analyze({"--quiet"})).err, "");
 }
 
-TEST(Analyze, ShortCaptureFailsOnLengthMismatch) {
+// The summary line names the gating failures, and only --exit-code turns a FAIL into
+// status 2. (The pages and documents of such runs are compared whole with the goldens.)
+TEST(Analyze, SummaryLineAndExitStatusFollowTheGatingChecks) {
     auto s = programme();
-    pair_dir p(s, head(s, rate * 98 / 100));  // 2 % short
-    run_result r = run_veltrane(p.analyze({"--exit-code", "--json"}));
-    EXPECT_EQ(r.status, 2) << r.err;
-    EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Length Mismatch)\n")) << r.out;
-    std::string doc = slurp(p.dir.file("report.json"));
-    EXPECT_EQ(json_value(doc, "gating_failures"), "\"length_mismatch\"");
-    EXPECT_EQ(json_value(doc, "length_mismatch_ref_uncovered_pct"), "2.000000");
-    // Without --exit-code a FAIL verdict still exits 0 once the report is written.
-    EXPECT_EQ(run_veltrane(p.analyze()).status, 0);
-    std::string page = slurp(p.html);
-    EXPECT_NE(page.find("Length mismatch: 2.0% of the reference (960 samples)"), std::string::npos);
-}
-
-TEST(Analyze, OneCodeDifferenceFailsOnlyWhenBitExactGates) {
-    auto s = programme();
+    pair_dir short_capture(s, head(s, rate * 98 / 100));  // 2 % short
     auto d = s;
     d[2 * 1000 + 1] += 1.0 / 32767.0;  // one 16-bit code, right channel, frame 1000
-    pair_dir p(s, d);
-    // A lone one-code step in an otherwise identical capture is a click to artifact
-    // detection; with that check reported only, bit-exactness alone decides.
-    run_result r = run_veltrane(p.analyze({"--exit-code"}));
-    EXPECT_EQ(r.status, 2) << r.err;
-    EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Artifact Detection)\n")) << r.out;
-    r = run_veltrane(p.analyze({"--exit-code", "--artifact-ref-only"}));
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_TRUE(r.out.ends_with(" (overall: PASS)\n"));
-    std::string page = slurp(p.html);
-    EXPECT_NE(page.find("<a href=\"#artifact\" data-fail data-nongating>Artifact Detection</a>"), std::string::npos);
-    EXPECT_NE(page.find("<div class=\"kpi-note\">Bit-Exactness failed but is not gating"), std::string::npos);
-    EXPECT_NE(page.find("<a href=\"#bitexact\" data-fail data-nongating>Bit-Exactness</a>"), std::string::npos);
-
-    r = run_veltrane(p.analyze({"--exit-code", "--bitexact", "--artifact-ref-only", "--json"}));
-    EXPECT_EQ(r.status, 2);
-    EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Bit-Exactness)\n"));
-    std::string doc = slurp(p.dir.file("report.json"));
-    EXPECT_EQ(json_value(doc, "bitexact_samples_differing"), "1");
+    pair_dir one_code(s, d);
+    struct row {
+        const pair_dir& p;
+        args flags;
+        int status;
+        std::string verdict;
+    };
+    const row rows[] = {
+        {short_capture, {"--exit-code"}, 2, "FAIL -- Length Mismatch"},
+        {short_capture, {}, 0, "FAIL -- Length Mismatch"},
+        // A lone one-code step in an otherwise identical capture is a click to artifact
+        // detection; with that check reported only, bit-exactness gates only when asked.
+        {one_code, {"--exit-code"}, 2, "FAIL -- Artifact Detection"},
+        {one_code, {"--exit-code", "--artifact-ref-only"}, 0, "PASS"},
+        {one_code, {"--exit-code", "--bitexact", "--artifact-ref-only"}, 2, "FAIL -- Bit-Exactness"},
+    };
+    for (const row& r : rows) {
+        SCOPED_TRACE(testing::PrintToString(r.flags));
+        const run_result res = run_veltrane(r.p.analyze(r.flags));
+        EXPECT_EQ(res.status, r.status) << res.err;
+        EXPECT_EQ(res.out, "wrote " + r.p.html + " (overall: " + r.verdict + ")\n");
+    }
+    run_veltrane(one_code.analyze({"--json"}));
+    std::string doc = file_text(one_code.dir.file("report.json"));
     EXPECT_EQ(json_value(doc, "bitexact_first_diff_frame"), "1000");
     EXPECT_EQ(json_value(doc, "bitexact_first_diff_channel"), "1");
-    EXPECT_EQ(json_value(doc, "bitexact_max_error_db"), "0.000000");
-    page = slurp(p.html);
-    EXPECT_NE(page.find("<div class=\"v\">Bit-Exact</div>"), std::string::npos);
-    EXPECT_NE(page.find("<td>Bit-Exactness</td><td>Gating</td><td>enabled</td><td>--bitexact</td>"), std::string::npos);
 }
 
 TEST(Analyze, SampleChecksFindGainDropoutAndDeepscanTiers) {
@@ -150,14 +105,14 @@ TEST(Analyze, SampleChecksFindGainDropoutAndDeepscanTiers) {
         run_veltrane(p.analyze({"--deepscan", "--artifact-ref-only", "--no-distortion", "--json", "--exit-code"}));
     EXPECT_EQ(r.status, 2) << r.err;
     EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Time Domain)\n")) << r.out;
-    std::string doc = slurp(p.dir.file("report.json"));
+    std::string doc = file_text(p.dir.file("report.json"));
     EXPECT_EQ(json_value(doc, "levelfidelity_verdict"), "\"PASS\"");
     EXPECT_EQ(json_value(doc, "time_domain_verdict"), "\"FAIL\"");
     EXPECT_EQ(json_value(doc, "time_domain_channel_0_fails_low_level_signal_tier"), "0");
     EXPECT_EQ(json_value(doc, "time_domain_channel_0_fails_signal_tier"), "0");
     EXPECT_NE(json_value(doc, "time_domain_channel_1_fails_peak_tier"), "0");
     EXPECT_NE(json_value(doc, "time_domain_channel_1_worst_tolerance_pct"), "<missing>");
-    std::string page = slurp(p.html);
+    std::string page = file_text(p.html);
     EXPECT_NE(page.find("<a href=\"#timedomain\" data-fail>Time Domain</a>"), std::string::npos);
     EXPECT_NE(page.find("<div class=\"v\">Frequency Domain + Deepscan</div>"), std::string::npos);
     EXPECT_NE(page.find("id=\"vt-envelope-svg-timedomain-zoom-ch1\""), std::string::npos);
@@ -174,7 +129,7 @@ TEST(Analyze, SampleChecksFindGainDropoutAndDeepscanTiers) {
     EXPECT_TRUE(
         r.out.ends_with(" (overall: FAIL -- Level Fidelity, Artifact Detection, Spectral Fidelity, Distortion)\n"))
         << r.out;
-    doc = slurp(q.dir.file("report.json"));
+    doc = file_text(q.dir.file("report.json"));
     EXPECT_EQ(json_value(doc, "levelfidelity_channel_0_median_db"), "-6.020600");
     EXPECT_EQ(json_value(doc, "artifact_channel_0_worst_event_start_frame"), "24000");
     EXPECT_EQ(json_value(doc, "artifact_channel_0_worst_event_length"), "10");
@@ -182,9 +137,7 @@ TEST(Analyze, SampleChecksFindGainDropoutAndDeepscanTiers) {
     EXPECT_EQ(json_value(doc, "time_domain_verdict"), "<missing>");
     r = run_veltrane(q.analyze({"--levelfidelity-ref-only", "--artifact-ref-only", "--no-distortion"}));
     EXPECT_TRUE(r.out.ends_with(" (overall: FAIL -- Spectral Fidelity)\n")) << r.out;
-    std::string quiet_page = slurp(q.html);
-    EXPECT_NE(quiet_page.find("<a href=\"#level\" data-fail data-nongating>Level Fidelity</a>"), std::string::npos);
-    EXPECT_EQ(quiet_page.find("id=\"timedomain\""), std::string::npos);
+    EXPECT_EQ(file_text(q.html).find("id=\"timedomain\""), std::string::npos);
 }
 
 TEST(Analyze, BitAccuracyWithoutBitExactness) {
@@ -197,16 +150,11 @@ TEST(Analyze, BitAccuracyWithoutBitExactness) {
                                            "--artifact-ref-only", "--json", "--config", p.dir.file("tol.json")}));
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.out.ends_with(" (overall: PASS)\n"));  // bit accuracy never gates
-    std::string doc = slurp(p.dir.file("report.json"));
+    std::string doc = file_text(p.dir.file("report.json"));
     EXPECT_EQ(json_value(doc, "bitexact_verdict"), "<missing>");
     EXPECT_EQ(json_value(doc, "bit_accuracy_verdict"), "\"FAIL\"");
     EXPECT_EQ(json_value(doc, "bit_accuracy_tolerance_db"), "6.000000");
     EXPECT_EQ(json_value(doc, "bit_accuracy_worst_diff_frame"), "0");
-    std::string page = slurp(p.html);
-    EXPECT_NE(page.find("<h3>Bit Accuracy</h3>"), std::string::npos);
-    EXPECT_NE(page.find("Strict comparison skipped"), std::string::npos);
-    EXPECT_EQ(page.find("<div class=\"diffrate-bar\">"), std::string::npos);
-    EXPECT_NE(page.find("<td>Bit Accuracy</td><td>Enabled</td><td>yes</td><td>--bitaccuracy</td>"), std::string::npos);
 }
 
 TEST(Analyze, UnreadableInputsWriteAnErrorReport) {
@@ -217,11 +165,8 @@ TEST(Analyze, UnreadableInputsWriteAnErrorReport) {
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "error: failed to read --ref 'x.wav' (file not found or not readable)\nwrote an error report to " +
                          dir.file("out/take3.html") + " (overall: ERROR)\n");
-    std::string page = slurp(dir.file("out/take3.html"));
-    EXPECT_NE(page.find("<div class=\"v\">ERROR</div>"), std::string::npos);
-    std::string doc = slurp(dir.file("out/take3.json"));
+    std::string doc = file_text(dir.file("out/take3.json"));
     EXPECT_EQ(json_value(doc, "error"), "\"failed to read --ref 'x.wav' (file not found or not readable)\"");
-    EXPECT_TRUE(doc.ends_with("    \"dut_file\": \"" + dut + "\"\n}\n"));
 
     // A file that exists but is not WAV is described by the reader.
     write_bytes(dir.file("junk.wav"), {'R', 'I', 'F', 'F'});
@@ -242,7 +187,7 @@ TEST(Analyze, FormatChecksReportEveryProblem) {
         "--ref sample rate 16000 Hz is outside the supported range [22050, 192000] Hz; --dut sample rate 8000 Hz is "
         "outside the supported range [22050, 192000] Hz";
     EXPECT_NE(r.err.find("error: --dut sample rate 8000 Hz"), std::string::npos);
-    EXPECT_EQ(json_value(slurp(dir.file("o.json")), "error"), "\"" + both + "\"");
+    EXPECT_EQ(json_value(file_text(dir.file("o.json")), "error"), "\"" + both + "\"");
 
     write_wav(dir.file("r3.wav"), rate, 3, 16, noise(100, 3, 0.5));
     write_wav(dir.file("d4.wav"), rate, 4, 16, noise(100, 4, 0.5));
@@ -265,20 +210,19 @@ TEST(Analyze, FormatChecksReportEveryProblem) {
               "error: --ref has 1 channel(s) but --dut has 2 -- ref and DUT must have identical channel count");
 }
 
+// (Its page and document are compared whole with the goldens.)
 TEST(Analyze, AlignmentFailureIsExplainedInTheErrorReport) {
     auto s = programme();
     auto inverted = s;
     for (double& v : inverted) v = -v;
     pair_dir p(s, inverted);
-    run_result r = run_veltrane(p.analyze({"--json"}));
+    run_result r = run_veltrane(p.analyze());
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "");
     const std::string message =
         "alignment failed -- both channels: the DUT is polarity-inverted: it matches the reference with the sign "
         "flipped (correlation -1.0000), so no offset lines it up. Invert it and run again.";
     EXPECT_EQ(r.err, "Aligning...\nerror: " + message + "\nwrote an error report to " + p.html + " (overall: ERROR)\n");
-    EXPECT_NE(slurp(p.html).find("<p class=\"run-error\">" + message + "</p>"), std::string::npos);
-    EXPECT_EQ(json_value(slurp(p.dir.file("report.json")), "error"), "\"" + message + "\"");
 }
 
 TEST(Analyze, ValidationErrorsWriteNoReport) {

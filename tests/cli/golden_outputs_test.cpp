@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,13 +18,6 @@ namespace veltrane::test {
 namespace {
 
 constexpr std::uint32_t rate = 48000;
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
 
 struct scenario {
     const char* name;
@@ -52,8 +43,8 @@ void check_scenario(const scenario& s) {
     }
     run_result r = run_veltrane(args, dir.path());
     EXPECT_EQ(r.status, s.status) << r.err;
-    expect_golden(std::string(s.name) + ".html", mask_timestamp(slurp(dir.file("out/dut.html"))));
-    if (path_exists(dir.file("out/dut.json"))) expect_golden(std::string(s.name) + ".json", slurp(dir.file("out/dut.json")));
+    expect_golden(std::string(s.name) + ".html", mask_timestamp(file_text(dir.file("out/dut.html"))));
+    if (path_exists(dir.file("out/dut.json"))) expect_golden(std::string(s.name) + ".json", file_text(dir.file("out/dut.json")));
 }
 
 TEST(GoldenOutputs, AnalyzePagesAndDocuments) {

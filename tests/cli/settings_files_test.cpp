@@ -88,48 +88,38 @@ TEST_F(ImplicitDefaultsFile, OnlyABrokenFileNextToTheBinaryStopsACommand) {
     }
 }
 
-TEST(AnalyzeSettingsFiles, ConfigFileIsReadBeforeTheDefaultsFile) {
+// --config is read before the defaults file; flag conflicts are refused before any file
+// is looked at; an unknown profile names the file it came from.
+TEST(AnalyzeSettingsFiles, ErrorsNameTheFileAtFault) {
     temp_dir dir;
-    args base = {"analyze", "--ref", "r.wav", "--dut", "d.wav", "--out", "a.html"};
-    auto with = [&base](const args& extra) {
-        args a = base;
-        a.insert(a.end(), extra.begin(), extra.end());
-        return a;
-    };
-    run_result r = run_veltrane(with({"--config", "nope.json", "--defaults-cfg", "missing.cfg"}), dir.path());
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "error: failed to read or parse --config 'nope.json'\n");
-
     ASSERT_TRUE(write_text_file(dir.file("unbalanced.json"), "{\"loudness\": {\"enabled\": false}"));
-    r = run_veltrane(with({"--config", "unbalanced.json"}), dir.path());
-    EXPECT_EQ(r.err, "error: failed to read or parse --config 'unbalanced.json'\n");
-
-    // Flag conflicts are refused before any file is looked at.
-    r = run_veltrane(with({"--config", "nope.json", "--ampsweep", "--freqsweep"}), dir.path());
-    EXPECT_EQ(r.err.rfind("error: --ampsweep and --freqsweep cannot both be set", 0), 0u) << r.err;
-}
-
-TEST(AnalyzeSettingsFiles, UnknownProfilesNameTheirFile) {
-    temp_dir dir;
     ASSERT_TRUE(write_text_file(dir.file("tol.json"), R"({"general": {"default_profile": "deepscan"}})"));
     ASSERT_TRUE(write_text_file(dir.file("site.cfg"), R"({"analysis": {"general": {"default_profile": "Time_Domain"}}})"));
     ASSERT_TRUE(write_text_file(dir.file("good.json"), R"({"general": {"default_profile": "time_domain"}})"));
     const std::string tail =
         "' not recognized -- must be one of \"bit_exact\", \"bit_accuracy\", \"amplitude_sweep\", "
         "\"frequency_sweep\", \"frequency_domain\", \"impulse_domain\", \"time_domain\" (--deepscan)\n";
-    args base = {"analyze", "--ref", "r.wav", "--dut", "d.wav", "--out", "a.html", "--defaults-cfg", "site.cfg"};
-
-    args both = base;
-    both.insert(both.end(), {"--config", "tol.json"});
-    run_result r = run_veltrane(both, dir.path());
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "error: --config's general.default_profile 'deepscan" + tail);
-
-    args defaults_only = base;
-    defaults_only.insert(defaults_only.end(), {"--config", "good.json"});
-    r = run_veltrane(defaults_only, dir.path());
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "error: veltrane-defaults.cfg's general.default_profile 'Time_Domain" + tail);
+    struct row {
+        args extra;
+        std::string err;
+    };
+    const row rows[] = {
+        {{"--config", "nope.json", "--defaults-cfg", "missing.cfg"}, "error: failed to read or parse --config 'nope.json'\n"},
+        {{"--config", "unbalanced.json"}, "error: failed to read or parse --config 'unbalanced.json'\n"},
+        {{"--config", "nope.json", "--ampsweep", "--freqsweep"},
+         "error: --ampsweep and --freqsweep cannot both be set -- spectral_fidelity.profile is a single choice, not an "
+         "independent toggle\n"},
+        {{"--defaults-cfg", "site.cfg", "--config", "tol.json"}, "error: --config's general.default_profile 'deepscan" + tail},
+        {{"--defaults-cfg", "site.cfg", "--config", "good.json"},
+         "error: veltrane-defaults.cfg's general.default_profile 'Time_Domain" + tail},
+    };
+    for (const row& r : rows) {
+        args a = {"analyze", "--ref", "r.wav", "--dut", "d.wav", "--out", "a.html"};
+        a.insert(a.end(), r.extra.begin(), r.extra.end());
+        run_result res = run_veltrane(a, dir.path());
+        EXPECT_EQ(res.status, 1) << r.err;
+        EXPECT_EQ(res.err, r.err);
+    }
 }
 
 }  // namespace

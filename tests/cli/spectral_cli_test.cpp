@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,23 +15,6 @@ namespace {
 
 constexpr std::uint32_t rate = 48000;
 constexpr double pi = 3.14159265358979323846;
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-std::string json_value(const std::string& doc, const std::string& key) {
-    const std::string prefix = "\n    \"" + key + "\": ";
-    std::size_t at = doc.find(prefix);
-    if (at == std::string::npos) return "<missing>";
-    std::size_t from = at + prefix.size();
-    std::string value = doc.substr(from, doc.find('\n', from) - from);
-    if (!value.empty() && value.back() == ',') value.pop_back();
-    return value;
-}
 
 // Mono: a 1 kHz tone over low noise (the noise makes alignment unambiguous), optionally
 // with the 7 kHz tone `boost_db` louder in the DUT than in the reference.
@@ -139,9 +120,9 @@ TEST(SpectralCli, ModesKeysTilesAndCards) {
         const run_result r = run_veltrane(args, dir.path());
         EXPECT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(r.out, "wrote out.html + out.json (" + c.summary + ")\n");
-        const std::string doc = slurp(dir.file("out.json"));
+        const std::string doc = file_text(dir.file("out.json"));
         for (const auto& [key, value] : c.keys) EXPECT_EQ(json_value(doc, key), value) << key;
-        const std::string page = slurp(dir.file("out.html"));
+        const std::string page = file_text(dir.file("out.html"));
         for (const std::string& text : c.page_has) EXPECT_NE(page.find(text), std::string::npos) << text;
     }
 }

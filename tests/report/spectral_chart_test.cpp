@@ -66,6 +66,7 @@ TEST(SpectralChart, PeakLevelUndoesTheScallopingLoss) {
     EXPECT_EQ(spectrum_peak_level(std::vector<double>{-10.0, -30.0, -20.0, -1.0}), -1.0);
 }
 
+// (The log axis at 48 kHz is compared whole in the goldens.)
 TEST(SpectralChart, FrequencyTicksByRateAndAxis) {
     struct {
         const char* name;
@@ -73,10 +74,6 @@ TEST(SpectralChart, FrequencyTicksByRateAndAxis) {
         bool linear;
         std::vector<std::string> present, absent;
     } cases[] = {
-        {"log 48k", 48000, false,
-         {"<text x=\"966.03\" y=\"290.00\" font-size=\"9.5\" text-anchor=\"middle\" fill=\"var(--muted)\">20k</text>",
-          "\"binHz\":5.859375,\"nyquistHz\":24000.000,\"freqMinHz\":20.0", "\"freqScale\":\"log\""},
-         {"24.0k"}},
         {"log 96k", 96000, false,
          {"<text x=\"885.17\" y=\"290.00\" font-size=\"9.5\" text-anchor=\"middle\" fill=\"var(--muted)\">20k</text>",
           "<text x=\"990.00\" y=\"290.00\" font-size=\"9.5\" text-anchor=\"end\" fill=\"var(--muted)\">48.0k</text>"},

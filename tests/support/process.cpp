@@ -18,16 +18,23 @@
 extern char** environ;
 
 namespace veltrane::test {
-namespace {
 
-std::string slurp(const std::string& path) {
+std::string file_text(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream ss;
     ss << in.rdbuf();
     return ss.str();
 }
 
-}  // namespace
+std::string json_value(const std::string& doc, const std::string& key) {
+    const std::string prefix = "\n    \"" + key + "\": ";
+    std::size_t at = doc.find(prefix);
+    if (at == std::string::npos) return "<missing>";
+    std::size_t from = at + prefix.size();
+    std::string value = doc.substr(from, doc.find('\n', from) - from);
+    if (!value.empty() && value.back() == ',') value.pop_back();
+    return value;
+}
 
 run_result run_program(const std::string& program, const std::vector<std::string>& args, const std::string& cwd,
                        double time_limit_seconds) {
@@ -77,8 +84,8 @@ run_result run_program(const std::string& program, const std::vector<std::string
     }
     result.seconds = elapsed();
     result.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
-    result.out = slurp(out_path);
-    result.err = slurp(err_path);
+    result.out = file_text(out_path);
+    result.err = file_text(err_path);
     return result;
 }
 

@@ -23,6 +23,11 @@ run_result run_veltrane(const std::vector<std::string>& args, const std::string&
 // The same, killed when it runs longer than `time_limit_seconds`.
 run_result run_veltrane_within(double time_limit_seconds, const std::vector<std::string>& args);
 
+// The whole contents of a file the binary wrote ("" when it cannot be read).
+std::string file_text(const std::string& path);
+// The value text of `key` in a results document (without a trailing comma), or "<missing>".
+std::string json_value(const std::string& doc, const std::string& key);
+
 // The usage text as the binary prints it, read from `veltrane --help`.
 const std::string& usage_text_from_binary();
 

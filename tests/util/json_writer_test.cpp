@@ -72,21 +72,18 @@ TEST(JsonWriter, TooLongValueNamesItsKeyAndLength) {
     EXPECT_EQ(json_failure_text(d.w), "the \"dut_file\" value is 600 bytes long after escaping, over the 511-byte limit");
     EXPECT_EQ(d.text(), "{\n");
     EXPECT_TRUE(json_add_string(d.w, "k", std::string(85, '\x01'), true));  // 510 bytes fit
+    // The limit is 511 escaped bytes, and a refused value appends nothing.
+    EXPECT_TRUE(json_add_string(d.w, "k", std::string(511, 'a'), true));
+    const std::size_t len = d.w.len;
+    EXPECT_FALSE(json_add_string(d.w, "k", std::string(512, 'a'), true));
+    EXPECT_FALSE(json_add_string(d.w, "k", std::string(510, 'a') + "\"", true));
+    EXPECT_EQ(d.w.len, len);
     doc small(16);
     json_begin(small.w);
     EXPECT_FALSE(json_add_int(small.w, "error", 123456, false));
     EXPECT_EQ(json_failure_text(small.w), "the \"error\" entry does not fit the 16-byte document");
     json_begin(small.w);  // starting again clears the failure
     EXPECT_EQ(small.w.failure, json_failure::none);
-}
-TEST(JsonWriter, StringLimitIs511EscapedBytes) {
-    doc d(4096);
-    json_begin(d.w);
-    EXPECT_TRUE(json_add_string(d.w, "k", std::string(511, 'a'), true));
-    std::size_t len = d.w.len;
-    EXPECT_FALSE(json_add_string(d.w, "k", std::string(512, 'a'), true));
-    EXPECT_FALSE(json_add_string(d.w, "k", std::string(510, 'a') + "\"", true));
-    EXPECT_EQ(d.w.len, len);
 }
 
 TEST(JsonWriter, FullBufferFailsWithoutPartialAppend) {
@@ -101,9 +98,7 @@ TEST(JsonWriter, FullBufferFailsWithoutPartialAppend) {
     EXPECT_EQ(d.w.len, 15u);
     EXPECT_FALSE(json_end(d.w));  // 15 + 2 is not below 16
     EXPECT_EQ(d.w.len, 15u);
-}
-
-TEST(JsonWriter, BeginNeedsMoreThanTwoBytes) {
+    // The opening needs more than two bytes.
     doc tiny(2);
     EXPECT_FALSE(json_begin(tiny.w));
     EXPECT_EQ(tiny.w.buf[0], '\0');
@@ -127,20 +122,6 @@ TEST(JsonWriter, DoublesAreNeverCutAndNonFiniteIsNull) {
         ASSERT_TRUE(json_add_double(d.w, "k", v, false));
         EXPECT_EQ(d.text(), "{\n    \"k\": null\n");
     }
-}
-
-TEST(JsonWriter, RemovesTrailingComma) {
-    doc d(4096);
-    json_begin(d.w);
-    json_add_int(d.w, "a", 1, true);
-    json_remove_trailing_comma(d.w);
-    ASSERT_TRUE(json_end(d.w));
-    EXPECT_EQ(d.text(), "{\n    \"a\": 1\n}\n");
-    // Nothing to remove: unchanged.
-    doc e(4096);
-    json_begin(e.w);
-    json_remove_trailing_comma(e.w);
-    EXPECT_EQ(e.text(), "{\n");
 }
 
 }  // namespace
