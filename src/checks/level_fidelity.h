@@ -35,10 +35,12 @@ struct level_fidelity_result {
     bool pass = true;                                  // every examined channel passed
 };
 
-// Runs the check on up to two channels. A channel whose error array cannot be allocated
-// still reports its counts, worst point and run but fails with zero statistics. Working
-// memory is one double per overlapping frame of one channel (the errors; median, MAD and
-// p99 are selections on that array), released before the next channel.
+// Runs the check on up to two channels. A channel whose working array cannot be
+// allocated still reports its counts, worst point and run but fails with zero
+// statistics. Working memory is one double per overlapping frame of one channel (the
+// magnitude ratios, whose logarithm is taken only where it decides a figure), plus rank
+// bands of at most an eighth of that for the median, MAD and p99, released before the
+// next channel.
 level_fidelity_result check_level_fidelity(const wav_audio& ref, const wav_audio& dut, std::int64_t offset_frames,
                                            double noise_floor_db, double p99_tolerance_db,
                                            double min_sustained_run_ms);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <new>
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -20,6 +21,30 @@ void advise_huge_pages(const void* data, std::size_t bytes) {
     (void)data;
     (void)bytes;
 #endif
+}
+
+std::unique_ptr<double[]> allocate_work_array(std::uint64_t count) {
+    if (count > SIZE_MAX / sizeof(double)) return nullptr;
+    std::unique_ptr<double[]> data;
+    try {
+        data.reset(new double[count]);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+    const std::size_t bytes = static_cast<std::size_t>(count) * sizeof(double);
+    advise_huge_pages(data.get(), bytes);
+#ifdef __linux__
+    // MADV_POPULATE_WRITE (Linux 5.14) faults the whole range in at once; older kernels
+    // refuse the advice and the pages fault in on first use as usual.
+    constexpr int populate_write = 23;
+    constexpr std::size_t page = 4096;
+    const auto start = reinterpret_cast<std::uintptr_t>(data.get());
+    const std::uintptr_t first = (start + page - 1) & ~std::uintptr_t{page - 1};
+    const std::uintptr_t last = (start + bytes) & ~std::uintptr_t{page - 1};
+    if (bytes >= (std::size_t{4} << 20) && last > first)
+        ::madvise(reinterpret_cast<void*>(first), last - first, populate_write);
+#endif
+    return data;
 }
 
 namespace {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cmath>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "checks/order_statistics.h"
@@ -192,29 +193,84 @@ TEST(LevelFidelity, WithoutMemoryTheCountsRemainAndTheChannelFails) {
     EXPECT_EQ(b.p99_abs_db, 0.0);
 }
 
+void expect_same_as_literal(const wav_audio& r, const wav_audio& d, double floor_db, double tol, const char* name) {
+    const level_fidelity_result fast = check_level_fidelity(r, d, 0, floor_db, tol, 0.1);
+    const level_fidelity_result literal = test::literal_level_fidelity(r, d, 0, floor_db, tol, 0.1);
+    for (std::uint32_t c = 0; c < r.channels; ++c) {
+        SCOPED_TRACE(testing::Message() << name << " channel " << c);
+        const level_fidelity_channel &a = fast.channels[c], &b = literal.channels[c];
+        EXPECT_EQ(a.pass, b.pass);
+        EXPECT_EQ(a.samples_included, b.samples_included);
+        EXPECT_EQ(a.samples_excluded, b.samples_excluded);
+        EXPECT_EQ(a.median_db, b.median_db);
+        EXPECT_EQ(a.mad_db, b.mad_db);
+        EXPECT_EQ(a.p99_abs_db, b.p99_abs_db);
+        EXPECT_EQ(a.worst_sample, b.worst_sample);
+        EXPECT_EQ(a.worst_diff_db, b.worst_diff_db);
+        EXPECT_EQ(a.worst_ref_amp, b.worst_ref_amp);
+        EXPECT_EQ(a.worst_dut_amp, b.worst_dut_amp);
+        EXPECT_EQ(a.longest_sustained_run_ms, b.longest_sustained_run_ms);
+    }
+}
+
+// Small files take the error-by-error route, long ones the ratio bands: both must give the
+// literal figures bit for bit, on data made to sit on the bands' and guards' edges.
 TEST(LevelFidelity, MatchesTheFullSortMethod) {
     std::mt19937 rng(5);
-    std::uniform_real_distribution<double> u(-1.0, 1.0);
-    for (std::size_t n : {1u, 2u, 7u, 1000u, 20001u}) {
-        std::vector<double> ref(2 * n), dut(2 * n);
-        for (std::size_t i = 0; i < ref.size(); ++i) {
-            ref[i] = u(rng) * (i % 5 ? 0.5 : 1e-5);
-            dut[i] = i % 3 ? ref[i] * (1.0 + 0.1 * u(rng)) : std::round(u(rng) * 4) / 8;  // many ties
-        }
-        wav_audio r = audio_from(ref, 2), d = audio_from(dut, 2);
-        level_fidelity_result fast = check_level_fidelity(r, d, 0, -80.0, 1.02, 0.1);
-        level_fidelity_result literal = test::literal_level_fidelity(r, d, 0, -80.0, 1.02, 0.1);
-        for (int c = 0; c < 2; ++c) {
-            const level_fidelity_channel &a = fast.channels[c], &b = literal.channels[c];
-            EXPECT_EQ(a.pass, b.pass) << n;
-            EXPECT_EQ(a.samples_included, b.samples_included);
-            EXPECT_EQ(a.samples_excluded, b.samples_excluded);
-            EXPECT_EQ(a.median_db, b.median_db) << n;
-            EXPECT_EQ(a.mad_db, b.mad_db) << n;
-            EXPECT_EQ(a.p99_abs_db, b.p99_abs_db) << n;
-            EXPECT_EQ(a.worst_sample, b.worst_sample);
-            EXPECT_EQ(a.worst_diff_db, b.worst_diff_db);
-            EXPECT_EQ(a.longest_sustained_run_ms, b.longest_sustained_run_ms);
+    const double tol = 20.0 * std::log10(0.6 / 0.5);  // some pairs land exactly on it
+    using maker = void (*)(std::mt19937&, std::size_t, double&, double&);
+    struct data_case {
+        const char* name;
+        maker make;
+        double floor_db;
+    };
+    static std::uniform_real_distribution<double> uu(-1.0, 1.0);
+    const data_case cases[] = {
+        {"noisy gain, ties", [](std::mt19937& g, std::size_t i, double& r, double& d) {
+             r = uu(g) * (i % 5 ? 0.5 : 1e-5);
+             d = i % 3 ? r * (1.0 + 0.1 * uu(g)) : std::round(uu(g) * 4) / 8;
+         }, -80.0},
+        {"identical", [](std::mt19937& g, std::size_t, double& r, double& d) { r = d = uu(g); }, -80.0},
+        {"half, 16-bit codes", [](std::mt19937& g, std::size_t, double& r, double& d) {
+             r = std::round(uu(g) * 32767) / 32768;
+             d = std::round(r * 16384) / 32768;
+         }, -80.0},
+        {"mostly identical", [](std::mt19937& g, std::size_t i, double& r, double& d) {
+             r = uu(g);
+             d = i % 5 < 3 ? r : r * (1.0 + 0.01 * uu(g));
+         }, -80.0},
+        {"on the tolerance", [](std::mt19937& g, std::size_t i, double& r, double& d) {
+             r = 0.5 * (i % 2 ? 1 : -1);
+             d = i % 7 ? 0.6 : 0.6 * (1.0 + 1e-12 * uu(g));
+         }, -80.0},
+        {"near-equal ratios", [](std::mt19937& g, std::size_t, double& r, double& d) {
+             r = 0.25;
+             d = std::nextafter(0.25 * 1.1, 1.0 + uu(g));
+         }, -80.0},
+        {"quiet, floor-raised", [](std::mt19937& g, std::size_t i, double& r, double& d) {
+             r = uu(g) * 2e-4;
+             d = i % 11 ? uu(g) * 2e-4 : 0.0;
+         }, -80.0},
+        {"tiny floor, zeros", [](std::mt19937& g, std::size_t i, double& r, double& d) {
+             r = i % 9 ? uu(g) : 0.0;
+             d = i % 13 ? uu(g) : 0.0;
+         }, -4000.0},  // ratios of 1e200 and 1e-200 against the floor
+        {"huge and tiny", [](std::mt19937& g, std::size_t i, double& r, double& d) {
+             r = uu(g) * (i % 2 ? 1e30 : 1.0);
+             d = uu(g) * (i % 3 ? 1e-30 : 1.0);
+         }, -4000.0},
+    };
+    for (const data_case& dc : cases) {
+        for (std::size_t n : {1u, 2u, 7u, 20001u, 70001u}) {
+            std::vector<double> ref(2 * n), dut(2 * n);
+            for (std::size_t i = 0; i < ref.size(); ++i) dc.make(rng, i, ref[i], dut[i]);
+            const std::string name = std::string(dc.name) + " n=" + std::to_string(n);
+            expect_same_as_literal(audio_from(ref, 2), audio_from(dut, 2), dc.floor_db, tol, name.c_str());
+            // A rising ramp of ratios: the worst point moves on nearly every sample.
+            if (n == 70001u) {
+                for (std::size_t i = 0; i < n; ++i) dut[i] = ref[i] * (1.0 + 1e-6 * static_cast<double>(i));
+                expect_same_as_literal(audio_from(ref), audio_from(dut), dc.floor_db, tol, (name + " ramp").c_str());
+            }
         }
     }
 }
