@@ -55,10 +55,11 @@ struct artifact_settings {
 
 // Runs the check on up to two channels. An empty overlap or a working array that cannot
 // be allocated fails the channel with zero figures. Working memory per channel: the
-// differences (one double per frame; the whole-channel median and MAD are selected in
-// that array before it is refilled in frame order), freed before the next channel, plus
-// 2 x (W/2) doubles for the neighbourhood. Per-sample flags and ratios are produced and
-// consumed in the same pass over the frames.
+// differences (one double per frame), freed before the next channel; the whole-channel
+// median and MAD come from rank bands holding at most an eighth of a double per frame
+// (or, when a band misses, are selected in the differences, which are then computed
+// again in frame order); and 2 x (W/2) + 1 doubles for the sorted window. Per-sample
+// flags and ratios are produced and consumed in the same pass over the frames.
 artifact_result check_artifacts(const wav_audio& ref, const wav_audio& dut, std::int64_t offset_frames,
                                 const artifact_settings& settings);
 
