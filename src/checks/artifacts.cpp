@@ -56,8 +56,13 @@ __attribute__((target_clones("avx2", "default"))) void count_below(const double*
 // interchangeable: +0.0 and -0.0 compare equal and may trade places, which changes no
 // median or deviation magnitude.
 struct sorted_window {
-    double* v = nullptr;
+    double* first = nullptr;  // the storage: four times the window's largest size
+    double* last = nullptr;
+    double* v = nullptr;      // the window's values, somewhere inside the storage
     std::size_t size = 0;
+
+    sorted_window(double* storage, std::size_t capacity)
+        : first(storage), last(storage + 4 * capacity), v(storage + capacity + capacity / 2) {}
 
     // The first position whose value is not below x: the count of values below it, taken
     // over the whole window side by side rather than by an unpredictable binary search.
@@ -66,34 +71,51 @@ struct sorted_window {
         count_below(v, size, x, x, below, unused);
         return below;
     }
-    void replace(double old_value, double new_value) {
-        std::size_t p = 0, q = 0;
-        count_below(v, size, old_value, new_value, p, q);
-        if (q > p) {
-            std::memmove(v + p, v + p + 1, (q - 1 - p) * sizeof(double));
-            v[q - 1] = new_value;
+    // A value leaves from position p by moving the shorter side in: the values before it
+    // one place up, or those after it one place down. A value slides in at position q the
+    // same way, into the free place before or after the window. When the window drifts to
+    // the end of its storage it is moved back to the middle, once in many samples. So a
+    // window whose values trend up or down (the old value leaving at one end, the new one
+    // entering at the other) moves nothing.
+    void remove_at(std::size_t p) {
+        if (p < size / 2) {
+            std::memmove(v + 1, v, p * sizeof(double));
+            ++v;
         } else {
-            std::memmove(v + q + 1, v + q, (p - q) * sizeof(double));
-            v[q] = new_value;
+            std::memmove(v + p, v + p + 1, (size - 1 - p) * sizeof(double));
         }
+        --size;
     }
-    void insert(double x) {
-        const std::size_t q = position_of(x);
-        std::memmove(v + q + 1, v + q, (size - q) * sizeof(double));
+    void insert_at(std::size_t q, double x) {
+        if (v == first || v + size == last) {
+            double* centred = first + (last - first - static_cast<std::ptrdiff_t>(size)) / 2;
+            std::memmove(centred, v, size * sizeof(double));
+            v = centred;
+        }
+        if (q < size / 2) {
+            --v;
+            std::memmove(v, v + 1, q * sizeof(double));
+        } else {
+            std::memmove(v + q + 1, v + q, (size - q) * sizeof(double));
+        }
         v[q] = x;
         ++size;
     }
-    void remove(double x) {
-        const std::size_t p = position_of(x);
-        std::memmove(v + p, v + p + 1, (size - 1 - p) * sizeof(double));
-        --size;
+    void replace(double old_value, double new_value) {
+        std::size_t p = 0, q = 0;
+        count_below(v, size, old_value, new_value, p, q);
+        remove_at(p);
+        insert_at(q - static_cast<std::size_t>(old_value < new_value), new_value);
     }
+    void insert(double x) { insert_at(position_of(x), x); }
+    void remove(double x) { remove_at(position_of(x)); }
 };
 
 // The neighbours of the current sample: the window without one copy of the sample's own
 // value x, read by rank. Leaving out the first copy of x, rank t holds v[t + 1] when
-// v[t] >= x and v[t] otherwise, so no search for x is needed. The local median is read by rank, and the MAD found
-// by rank selection across the deviations either side of the median: those of the
+// v[t] >= x and v[t] otherwise, so no search for x is needed. The local median is read
+// by rank, and the MAD found by rank selection across the deviations either side of the
+// median: those of the
 // elements below the middle, read downward, and of the others, read upward, are two
 // ascending sequences (subtraction is monotone), so they need no sorting.
 struct neighbours {
@@ -158,6 +180,14 @@ double window_mad(const neighbours& w, double med) {
 }
 
 double sigma_of(double mad) { return mad_to_sigma * std::max(mad, min_mad); }
+
+// !(deviation / sigma > k), decided by a product where the quotient is clearly on one side
+// (a relative 2^-40 covers the rounding of both sides) and by the quotient itself near k.
+bool within_k(double deviation, double sigma, double k) {
+    const double limit = k * sigma;
+    if (deviation < limit * (1.0 - 0x1p-40)) return true;
+    return !(deviation / sigma > k);
+}
 
 // Running figures of the candidate event being scanned and of the best event per class.
 struct event_tracker {
@@ -296,7 +326,7 @@ artifact_channel check_channel(const wav_audio& ref, const wav_audio& dut, std::
     if (n == 0) return ch;
     const std::uint64_t half = set.window_samples > 0 ? static_cast<std::uint64_t>(set.window_samples) / 2 : 0;
     std::unique_ptr<double[]> diff = allocate_work_array(n);
-    std::unique_ptr<double[]> window = allocate_work_array(2 * half + 1);
+    std::unique_ptr<double[]> window = allocate_work_array(4 * (2 * half + 1));
     if (!diff || !window) return ch;
 
     const std::size_t rs = ref.channels, ds = dut.channels;
@@ -311,7 +341,7 @@ artifact_channel check_channel(const wav_audio& ref, const wav_audio& dut, std::
     const bool float_dut = wav_is_float(dut);
     event_tracker events(set, ch);
     // The window of sample j: indices max(0, j - half) to min(n - 1, j + half).
-    sorted_window w{window.get(), 0};
+    sorted_window w(window.get(), 2 * half + 1);
     for (std::uint64_t j = 0; j <= std::min(half, n - 1); ++j) w.insert(diff[j]);
     for (std::uint64_t j = 0; j < n; ++j) {
         if (j > 0 && half > 0) {
@@ -338,7 +368,7 @@ artifact_channel check_channel(const wav_audio& ref, const wav_audio& dut, std::
         double local_ratio;
         if (nb.size == 0) {
             local_ratio = deviation / no_neighbour_sigma;
-        } else if (!clip && !dropout && !(deviation / sigma_of(mad_lower_bound(nb, med)) > set.k)) {
+        } else if (!clip && !dropout && within_k(deviation, sigma_of(mad_lower_bound(nb, med)), set.k)) {
             // Not flagged: even the largest ratio the MAD allows stays within k (a smaller
             // MAD can only give a larger ratio, and rounding keeps that order), so the
             // exact ratio, which nothing else reads, is not needed.
