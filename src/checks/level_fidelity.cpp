@@ -119,14 +119,10 @@ void scan_pairs(const wav_audio& ref, const wav_audio& dut, std::int64_t offset,
         if (qs) std::copy(kept_q, kept_q + k, qs + n);
         // Counts over the block's included ratios, side by side: which may move the worst
         // point, which are surely within or beyond the tolerance, which leave the range.
-        std::size_t reach = 0, sure_in = 0, sure_out = 0, far = 0;
-        for (std::size_t j = 0; j < k; ++j) {
-            const double q = kept_q[j];
-            reach += (q >= high.reach) | (q <= low.reach);
-            sure_out += (q > tol.out_hi) | (q < tol.out_lo);
-            sure_in += (q < tol.in_hi) & (q > tol.in_lo);
-            far += !((q >= ratio_min) & (q <= ratio_max));
-        }
+        const std::size_t reach = k - count_strictly_inside(kept_q, k, low.reach, high.reach);
+        const std::size_t sure_out = k - count_inside(kept_q, k, tol.out_lo, tol.out_hi);
+        const std::size_t sure_in = count_strictly_inside(kept_q, k, tol.in_lo, tol.in_hi);
+        const std::size_t far = k - count_inside(kept_q, k, ratio_min, ratio_max);
         if (med) med->add(kept_q, k);
         if (p99) p99->add(kept_q, k);
         excluded += m - k;

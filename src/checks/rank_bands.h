@@ -63,6 +63,11 @@ struct statistic {
 
 constexpr double infinity = std::numeric_limits<double>::infinity();
 
+// How many of x[0..n) lie in [lo, hi], and in (lo, hi): four values compared side by side
+// (built for the baseline instruction set and for AVX2, chosen when the program starts).
+std::size_t count_inside(const double* x, std::size_t n, double lo, double hi);
+std::size_t count_strictly_inside(const double* x, std::size_t n, double lo, double hi);
+
 // A band of keys [key_lo, key_hi] expected to hold the ranks of a statistic, placed from
 // a sorted sample of keys, and what one pass over the values finds of it: how many keys
 // lie below it and the values inside it. The pass tests values against thresholds (one
@@ -127,9 +132,7 @@ public:
 
     // Offers a block of values: counts those keyed below the band and keeps those inside.
     void add(const double* q, std::size_t count) {
-        std::uint64_t below = 0;
-        for (std::size_t i = 0; i < count; ++i) below += (q[i] > below_lo_) & (q[i] < below_hi_);
-        below_ += below;
+        below_ += count_strictly_inside(q, count, below_lo_, below_hi_);
         if (degenerate_) {
             for (std::size_t i = 0; i < count; ++i)
                 if (inside(q[i])) add_distinct(q[i]);
